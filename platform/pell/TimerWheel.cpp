@@ -1,0 +1,1 @@
+#include "pell/TimerWheel.h"

@@ -1,0 +1,125 @@
+#include "zat/Activity.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <stdexcept>
+
+namespace Zat {
+
+namespace {
+// Real time is the wall clock at start plus steady elapsed time, so published
+// timestamps are meaningful to readers and never go backwards.
+struct RealTimeBase {
+  std::chrono::steady_clock::time_point steadyStart = std::chrono::steady_clock::now();
+  double wallStart = std::chrono::duration<double>(
+                         std::chrono::system_clock::now().time_since_epoch())
+                         .count();
+};
+const RealTimeBase& realTimeBase() {
+  static RealTimeBase base;
+  return base;
+}
+}  // namespace
+
+ActivityManager* activityManager() {
+  static ActivityManager manager;
+  return &manager;
+}
+
+double System::currentTime() { return activityManager()->now(); }
+
+Ptr<Clock> ActivityManager::Config::clock() const {
+  if (!clock_) clock_ = Clock::ClockIs("activityClock");
+  return clock_;
+}
+
+double ActivityManager::realNow() const {
+  const auto& b = realTimeBase();
+  return b.wallStart +
+         std::chrono::duration<double>(std::chrono::steady_clock::now() - b.steadyStart).count();
+}
+
+double ActivityManager::now() const { return simulated_ ? simNow_ : realNow(); }
+
+void ActivityManager::simulatedTimeIs(bool on, double start) {
+  simulated_ = on;
+  simNow_ = start;
+}
+
+void ActivityManager::clockRemove(Clock* c) { std::erase(clocks_, c); }
+
+Clock* ActivityManager::earliestClock(double upTo) const {
+  Clock* best = nullptr;
+  for (Clock* c : clocks_) {
+    double d = c->nextDeadline();
+    if (d > upTo) continue;
+    if (!best || d < best->nextDeadline() ||
+        (d == best->nextDeadline() && c->nextSequence() < best->nextSequence())) {
+      best = c;
+    }
+  }
+  return best;
+}
+
+double ActivityManager::nextDeadline() const {
+  double d = Clock::kNever;
+  for (Clock* c : clocks_) d = std::min(d, c->nextDeadline());
+  return d;
+}
+
+void ActivityManager::advanceTo(double t) {
+  if (!simulated_) throw std::logic_error("ActivityManager::advanceTo requires simulated time");
+  // Take the earliest due timer afresh on every step: a handler may arm or
+  // cancel timers, including ones due before t.
+  while (Clock* c = earliestClock(t)) {
+    simNow_ = std::max(simNow_, c->nextDeadline());
+    c->fireNext(t);
+  }
+  simNow_ = std::max(simNow_, t);
+}
+
+size_t ActivityManager::fireDue() {
+  size_t fired = 0;
+  double t = now();
+  while (Clock* c = earliestClock(t)) {
+    c->fireNext(t);
+    ++fired;
+  }
+  return fired;
+}
+
+void ActivityManager::fdIs(int fd, std::function<void()> onReadable) {
+  fds_[fd] = std::move(onReadable);
+}
+
+void ActivityManager::fdDel(int fd) { fds_.erase(fd); }
+
+void ActivityManager::runFor(double seconds) {
+  stopRequested_ = false;
+  double end = now() + seconds;
+  while (!stopRequested_ && now() < end) {
+    fireDue();
+    if (stopRequested_) break;
+    double wake = std::min(nextDeadline(), end);
+    double waitS = std::clamp(wake - now(), 0.0, 0.25);  // wake often enough to see stop()
+    std::vector<pollfd> pfds;
+    for (const auto& [fd, cb] : fds_) pfds.push_back(pollfd{fd, POLLIN, 0});
+    int ms = static_cast<int>(std::ceil(waitS * 1000.0));
+    int n = ::poll(pfds.data(), pfds.size(), ms);
+    if (n > 0) {
+      for (const auto& p : pfds) {
+        if (!(p.revents & (POLLIN | POLLHUP | POLLERR))) continue;
+        auto it = fds_.find(p.fd);
+        if (it != fds_.end()) {
+          auto cb = it->second;  // the callback may remove itself
+          cb();
+        }
+      }
+    }
+  }
+}
+
+}  // namespace Zat

@@ -1,0 +1,81 @@
+// Zat activity manager: the agent's single activity thread and its time.
+//
+// The manager owns the notion of "now" (Zat::System::currentTime()) and fires
+// clock notifiees whose deadlines are due. Two drivers:
+//  - real time: run()/runFor() sleep until the next deadline (or a watched file
+//    descriptor becomes readable) and fire what is due;
+//  - simulated time, for tests: advanceTo()/advanceBy() move time exactly, firing
+//    due notifiees in deadline order (ties in arming order), each at its own
+//    deadline, and finally set now to the target.
+// The component never reads the wall clock itself; it asks this manager.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "zat/Clock.h"
+
+namespace Zat {
+
+class ActivityManager {
+ public:
+  class Config {
+   public:
+    // The framework clock handed to pollers.
+    Ptr<Clock> clock() const;
+
+   private:
+    friend class ActivityManager;
+    mutable Ptr<Clock> clock_;
+  };
+
+  Config* config() { return &config_; }
+
+  // Current time in seconds.
+  double now() const;
+
+  // Switches to simulated time starting at `start` seconds (tests), or back to real time.
+  void simulatedTimeIs(bool on, double start = 1000.0);
+  bool simulatedTime() const { return simulated_; }
+  // Requires: simulated time. Fires every deadline <= t in order, then sets now = t.
+  void advanceTo(double t);
+  void advanceBy(double dt) { advanceTo(now() + dt); }
+
+  // Real-time loop. Runs until stop() or until `seconds` have passed.
+  void runFor(double seconds);
+  void run() { runFor(Clock::kNever); }
+  void stop() { stopRequested_ = true; }
+  // Calls `onReadable` from the loop whenever `fd` is readable.
+  void fdIs(int fd, std::function<void()> onReadable);
+  void fdDel(int fd);
+
+  // Fires every notifiee due at the current time; returns how many fired.
+  size_t fireDue();
+  double nextDeadline() const;
+
+  // Clock registry, maintained by Clock's constructor and destructor.
+  void clockAdd(Clock* c) { clocks_.push_back(c); }
+  void clockRemove(Clock* c);
+  uint64_t nextArmSequence() { return ++armSequence_; }
+
+ private:
+  Clock* earliestClock(double upTo) const;
+  double realNow() const;
+  Config config_;
+  std::vector<Clock*> clocks_;
+  std::map<int, std::function<void()>> fds_;
+  bool simulated_ = false;
+  double simNow_ = 0.0;
+  bool stopRequested_ = false;
+  uint64_t armSequence_ = 0;
+};
+
+ActivityManager* activityManager();
+
+namespace System {
+// The activity manager's current time, in seconds.
+double currentTime();
+}  // namespace System
+
+}  // namespace Zat

@@ -1,0 +1,67 @@
+// Zat notifiees: the base of every reactor.
+//
+// A reactor follows one watched object (its notifier). While its notifications
+// are active it is registered with the notifier and hears onAttribute() for every
+// attribute change. Reactors of the counters component are nested classes of
+// their state machine (CountersSm::ZatCliConfig, ...) holding a back pointer to
+// the owner; they filter the attributes they follow and call the owner's handler.
+#pragma once
+
+#include "zat/Ptr.h"
+
+namespace Zat {
+
+class NotifieeConst : public PtrInterface {
+ public:
+  NotifieeConst() = default;
+  ~NotifieeConst() override;
+
+  const char* fwkType() const override { return "Zat::NotifieeConst"; }
+  // Registers with (true) or unregisters from (false) the current notifier.
+  void hasNotificationActiveIs(bool value) override;
+
+  // Reactor operations, in this order.
+  // An attribute of the notifier changed; `key` is null for a whole-collection change.
+  virtual void onAttribute(AttributeId attr, const void* key);
+  // Follows `notifier` instead of the current one. Narrowing to the watched type
+  // is done by the typed subclass; an equal notifier changes nothing.
+  virtual void notifierIs(const Ptr<const PtrInterface>& notifier);
+  void zatDoZombieReactors(bool value) override;
+
+  const PtrInterface* notifierBase() const { return notifier_.ptr(); }
+  // True while registered with the notifier (active and a notifier is set).
+  bool isRegisteredNotifiee() const { return registered_; }
+
+ protected:
+  void notifierBaseIs(const Ptr<const PtrInterface>& notifier);
+  void registrationUpdate();
+
+ private:
+  Ptr<const PtrInterface> notifier_;
+  bool registered_ = false;
+};
+
+// A notifiee of a notifier of type T.
+template <class T>
+class NotifieeOf : public NotifieeConst {
+ public:
+  using Notifier = T;
+  NotifieeOf() = default;
+  explicit NotifieeOf(const Ptr<const T>& notifier) { notifierBaseIs(notifier); }
+
+  const T* notifier() const { return static_cast<const T*>(notifierBase()); }
+  Ptr<const T> notifierPtr() const { return Ptr<const T>(notifier()); }
+
+  // A notifier of the wrong type counts as null.
+  void notifierIs(const Ptr<const PtrInterface>& n) override {
+    const T* narrowed = dynamic_cast<const T*>(n.ptr());
+    if (narrowed == notifier()) return;
+    notifierBaseIs(Ptr<const PtrInterface>(narrowed));
+  }
+  void notifierIs(const Ptr<const T>& n) {
+    if (n.ptr() == notifier()) return;
+    notifierBaseIs(Ptr<const PtrInterface>(n.ptr()));
+  }
+};
+
+}  // namespace Zat
