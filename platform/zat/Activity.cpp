@@ -98,6 +98,7 @@ void ActivityManager::fdIs(int fd, std::function<void()> onReadable) {
 void ActivityManager::fdDel(int fd) { fds_.erase(fd); }
 
 void ActivityManager::runFor(double seconds) {
+  if (simulated_) throw std::logic_error("ActivityManager::runFor requires real time");
   stopRequested_ = false;
   double end = now() + seconds;
   while (!stopRequested_ && now() < end) {

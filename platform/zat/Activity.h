@@ -62,8 +62,10 @@ class ActivityManager {
  private:
   Clock* earliestClock(double upTo) const;
   double realNow() const;
-  Config config_;
+  // Clocks register here; config_ (which owns the framework clock) is declared
+  // after the registry so that it is destroyed first.
   std::vector<Clock*> clocks_;
+  Config config_;
   std::map<int, std::function<void()>> fds_;
   bool simulated_ = false;
   double simNow_ = 0.0;

@@ -38,6 +38,7 @@ class Clock : public PtrInterface {
 
     void hasNotificationActiveIs(bool value) override;
     void zatDoZombieReactors(bool value) override;
+    using NotifieeOf<Clock>::notifierIs;
     void notifierIs(const Ptr<const PtrInterface>& notifier) override;
 
    private:

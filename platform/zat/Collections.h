@@ -81,8 +81,10 @@ class AttrCollection {
   }
   // Removes the entry; notifies when it existed.
   void del(const K& key) {
-    if (map_.erase(key) == 0) return;
-    owner_->notify(attr_, &key);
+    // `key` may refer into the entry being erased: notify with a copy.
+    const K removed = key;
+    if (map_.erase(removed) == 0) return;
+    owner_->notify(attr_, &removed);
   }
   void delAll() {
     for (const auto& k : keys()) del(k);

@@ -1,5 +1,7 @@
 #include "zat/Generic.h"
 
+#include <cctype>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 
@@ -24,7 +26,9 @@ bool GenericValue::asBool(std::string_view what) const {
 
 int64_t GenericValue::asInt(std::string_view what) const {
   if (auto* i = std::get_if<int64_t>(&v_)) return *i;
-  if (auto* u = std::get_if<uint64_t>(&v_)) return static_cast<int64_t>(*u);
+  if (auto* u = std::get_if<uint64_t>(&v_); u && *u <= static_cast<uint64_t>(INT64_MAX)) {
+    return static_cast<int64_t>(*u);
+  }
   if (auto* s = std::get_if<std::string>(&v_)) {
     try {
       size_t used = 0;
@@ -39,7 +43,8 @@ int64_t GenericValue::asInt(std::string_view what) const {
 uint64_t GenericValue::asUnsigned(std::string_view what) const {
   if (auto* u = std::get_if<uint64_t>(&v_)) return *u;
   if (auto* i = std::get_if<int64_t>(&v_); i && *i >= 0) return static_cast<uint64_t>(*i);
-  if (auto* s = std::get_if<std::string>(&v_); s && !s->empty() && (*s)[0] != '-') {
+  if (auto* s = std::get_if<std::string>(&v_);
+      s && !s->empty() && std::isdigit(static_cast<unsigned char>((*s)[0]))) {
     try {
       size_t used = 0;
       unsigned long long v = std::stoull(*s, &used, 10);

@@ -7,6 +7,8 @@
 // the owner; they filter the attributes they follow and call the owner's handler.
 #pragma once
 
+#include <type_traits>
+
 #include "zat/Ptr.h"
 
 namespace Zat {
@@ -58,9 +60,12 @@ class NotifieeOf : public NotifieeConst {
     if (narrowed == notifier()) return;
     notifierBaseIs(Ptr<const PtrInterface>(narrowed));
   }
-  void notifierIs(const Ptr<const T>& n) {
-    if (n.ptr() == notifier()) return;
-    notifierBaseIs(Ptr<const PtrInterface>(n.ptr()));
+  // Forwards to the virtual overload so that subclasses (clock notifiees move
+  // their deadline) see every change of notifier.
+  template <class U>
+    requires std::is_convertible_v<U*, const T*>
+  void notifierIs(const Ptr<U>& n) {
+    this->notifierIs(Ptr<const PtrInterface>(static_cast<const PtrInterface*>(n.ptr())));
   }
 };
 

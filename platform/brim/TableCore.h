@@ -1,0 +1,261 @@
+// Brim table core: the untyped engine behind TableWriter<Record> and TableReader<Record>.
+//
+// It works on keys as 64-bit patterns and records as runs of 8-byte words, so the
+// probing, sequence protocol, damage checks and repair exist once for every record
+// type. The typed headers are thin; nothing outside the Brim unit should need this.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "brim/Layout.h"
+#include "brim/SharedObject.h"
+
+namespace Brim::detail {
+
+// What a table stores, as its record type describes itself.
+struct RecordLayout {
+  std::string typeName;
+  uint32_t recordSize;
+  uint64_t layoutHash;
+};
+
+// A consistent view of a slot's control words; the record words go to a caller's buffer.
+struct SlotImage {
+  uint64_t key;
+  uint64_t state;
+  uint64_t checksum;
+  bool payloadRead;
+};
+
+class TableCore {
+ public:
+  // Opens the published table `name` read-only. Raises TableMissingException when it
+  // does not exist and Pontil::CorruptionDetectedException when its header is damaged,
+  // of another layout than `layout`, or describes more bytes than the object has.
+  static std::unique_ptr<TableCore> openReader(const std::string& name, const RecordLayout& layout);
+
+  TableCore(const TableCore&) = delete;
+  TableCore& operator=(const TableCore&) = delete;
+  virtual ~TableCore();
+
+  const std::string& name() const { return name_; }
+  uint32_t capacity() const { return fixed_.capacity; }
+  uint32_t slotCount() const { return fixed_.slotCount; }
+  uint32_t recordWords() const { return recordWords_; }
+
+  // Live records. A reader raises CorruptionDetectedException for an impossible count.
+  uint64_t size() const;
+  uint64_t generation() const { return headerLoad(offsetof(Layout::TableHeader, generation)); }
+  uint64_t writerPid() const { return headerLoad(offsetof(Layout::TableHeader, writerPid)); }
+  double heartbeat() const;
+
+  // Looks `key` up and returns its slot. With a `payload` buffer of recordWords() * 8
+  // bytes (the caller's record itself), also copies the record there and checks its
+  // checksum. Raises CorruptionDetectedException (or its SlotBusyException) for a
+  // damaged slot met on the probe path, so a damaged table is reported, not misread.
+  std::optional<uint32_t> lookup(uint64_t key, unsigned char* payload) const;
+
+  // Finds the first live slot at or after `position`, copies its record to `payload`
+  // and its key to `key`, and returns the slot. `position` moves past every slot read
+  // before any check can raise, so a caller that catches the damage report of one slot
+  // carries on with the next.
+  std::optional<uint32_t> nextLive(uint32_t& position, unsigned char* payload, uint64_t& key) const;
+
+  // Every damage in the header and slots that can be seen, one line each; empty when
+  // the table is sound. Bounded work; never raises for damage and never asserts.
+  std::vector<std::string> validate() const;
+
+  // Raises CorruptionDetectedException("table <name>: <what>").
+  [[noreturn]] void corruption(const std::string& what) const;
+
+ protected:
+  TableCore(SharedObject object, std::string name, const Layout::TableHeader& fixed, bool writer);
+
+  uint64_t* slotWords(uint32_t slot) const {
+    return reinterpret_cast<uint64_t*>(base_ + fixed_.slotsOffset +
+                                       static_cast<uint64_t>(slot) * fixed_.slotSize);
+  }
+  uint64_t& headerWord(size_t offset) const { return *reinterpret_cast<uint64_t*>(base_ + offset); }
+  uint64_t headerLoad(size_t offset) const {
+    return Layout::loadWord(headerWord(offset), std::memory_order_acquire);
+  }
+  uint32_t homeOf(uint64_t key) const { return Layout::homeSlot(key, slotMask_); }
+
+  // The longest probe distance to search. Readers take it from the header (bounded,
+  // since the header may be damaged); the writer keeps its own.
+  uint32_t probeLimit() const;
+
+  // Reads slot `slot` with the sequence protocol; copies the record words to `payload`
+  // when `wantPayload(key, state)` says so.
+  template <class WantPayload>
+  SlotImage readSlot(uint32_t slot, unsigned char* payload, WantPayload wantPayload) const;
+  // Called when a read attempt found the slot mid-write: backs off, and raises once the
+  // retry budget is spent (at once for the writer, whose own slots are never mid-write).
+  void slotBusy(uint32_t slot, uint64_t seq, uint32_t attempt) const;
+
+  // Damage checks of a slot image met at `slot`; each raises CorruptionDetectedException.
+  void checkState(uint32_t slot, const SlotImage& image) const;
+  void checkPlacement(uint32_t slot, uint64_t key, uint32_t limit) const;
+  void placementFailed(uint32_t slot, uint64_t key, uint32_t distance) const;
+  void checkPayload(uint32_t slot, const SlotImage& image, const unsigned char* payload) const;
+
+  std::string describeSlot(uint32_t slot, uint64_t key) const;
+  void validateHeader(std::vector<std::string>& report) const;
+  void validateSlots(std::vector<std::string>& report) const;
+
+  SharedObject object_;
+  std::string name_;
+  Layout::TableHeader fixed_;  // validated copy of the fixed header fields; never re-read
+  unsigned char* base_;
+  uint32_t slotMask_;
+  uint32_t recordWords_;
+  bool writer_;
+  // The writer's own bookkeeping, authoritative for it and published to the header.
+  uint32_t liveCount_ = 0;
+  uint32_t tombCount_ = 0;
+  uint32_t maxProbe_ = 0;
+};
+
+template <class WantPayload>
+SlotImage TableCore::readSlot(uint32_t slot, unsigned char* payload,
+                              WantPayload wantPayload) const {
+  const uint64_t* w = slotWords(slot);
+  for (uint32_t attempt = 0;; ++attempt) {
+    const uint64_t s1 = Layout::loadWord(w[Layout::kSeqWord], std::memory_order_acquire);
+    if ((s1 & 1) == 0) {
+      SlotImage image{Layout::loadWord(w[Layout::kKeyWord]),
+                      Layout::loadWord(w[Layout::kStateWord]), 0, false};
+      if (payload != nullptr && wantPayload(image.key, image.state)) {
+        image.checksum = Layout::loadWord(w[Layout::kChecksumWord]);
+        const uint64_t* record = w + Layout::kSlotHeaderWords;
+        // A local bound: the byte copies below could alias this object's members.
+        const uint32_t words = recordWords_;
+        for (uint32_t i = 0; i < words; ++i) {
+          const uint64_t word = Layout::loadWord(record[i]);
+          std::memcpy(payload + 8 * i, &word, 8);
+        }
+        image.payloadRead = true;
+      }
+      // Orders the loads above before the re-check: if any of them saw a newer write,
+      // the re-check sees the odd or advanced count that preceded it.
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (Layout::loadWord(w[Layout::kSeqWord]) == s1) return image;
+    }
+    slotBusy(slot, s1, attempt);
+  }
+}
+
+inline uint32_t TableCore::probeLimit() const {
+  if (writer_) return maxProbe_;
+  const uint64_t published = headerLoad(offsetof(Layout::TableHeader, maxProbe));
+  return published < slotMask_ ? static_cast<uint32_t>(published) : slotMask_;
+}
+
+inline std::optional<uint32_t> TableCore::lookup(uint64_t key, unsigned char* payload) const {
+  const uint32_t home = homeOf(key);
+  const uint32_t limit = probeLimit();
+  for (uint32_t distance = 0; distance <= limit; ++distance) {
+    const uint32_t slot = (home + distance) & slotMask_;
+    const SlotImage image = readSlot(slot, payload, [key](uint64_t k, uint64_t state) {
+      return k == key && state == Layout::kLive;
+    });
+    if (image.state == Layout::kEmpty) return std::nullopt;
+    checkState(slot, image);
+    checkPlacement(slot, image.key, limit);
+    if (image.key == key && image.state == Layout::kLive) {
+      if (payload != nullptr) checkPayload(slot, image, payload);
+      return slot;
+    }
+  }
+  return std::nullopt;
+}
+
+inline std::optional<uint32_t> TableCore::nextLive(uint32_t& position, unsigned char* payload,
+                                                   uint64_t& key) const {
+  while (position < fixed_.slotCount) {
+    const uint32_t slot = position++;
+    const SlotImage image =
+        readSlot(slot, payload, [](uint64_t, uint64_t state) { return state == Layout::kLive; });
+    if (image.state == Layout::kEmpty || image.state == Layout::kTomb) continue;
+    checkState(slot, image);
+    checkPlacement(slot, image.key, probeLimit());
+    checkPayload(slot, image, payload);
+    key = image.key;
+    return slot;
+  }
+  return std::nullopt;
+}
+
+inline void TableCore::checkState(uint32_t slot, const SlotImage& image) const {
+  if (image.state != Layout::kLive && image.state != Layout::kTomb && image.state != Layout::kEmpty)
+      [[unlikely]] {
+    corruption("slot " + std::to_string(slot) + " has an invalid state " +
+               std::to_string(image.state));
+  }
+}
+
+inline void TableCore::checkPlacement(uint32_t slot, uint64_t key, uint32_t limit) const {
+  const uint32_t distance = Layout::probeDistance(homeOf(key), slot, slotMask_);
+  if (distance > limit) [[unlikely]] {
+    placementFailed(slot, key, distance);
+  }
+}
+
+inline void TableCore::checkPayload(uint32_t slot, const SlotImage& image,
+                                    const unsigned char* payload) const {
+  const uint64_t expected = Layout::slotChecksum(image.key, image.state, payload, recordWords_);
+  if (expected != image.checksum) [[unlikely]] {
+    corruption(describeSlot(slot, image.key) + " fails its checksum");
+  }
+}
+
+// Owns the writer lock of one table and is the only code that changes it.
+class WriterCore : public TableCore {
+ public:
+  // Creates the table, or attaches to an existing one of the same layout: bumps its
+  // generation, repairs slots left mid-write by a killed writer, recounts. Raises
+  // WriterBusyException, LayoutMismatchException, or CorruptionDetectedException for
+  // a damaged header.
+  static std::unique_ptr<WriterCore> open(const std::string& name, const RecordLayout& layout,
+                                          uint32_t capacity);
+  ~WriterCore() override;
+
+  // Inserts or overwrites. Raises TableFullException, changing nothing, for a new key
+  // when the table holds capacity() records.
+  void put(uint64_t key, const unsigned char* record);
+  bool erase(uint64_t key);
+  // Publishes `record` into `slot` if that slot still holds `key` live; false otherwise.
+  bool rewrite(uint32_t slot, uint64_t key, const unsigned char* record);
+  void heartbeatIs(double seconds);
+  // What attaching repaired or found, one line each; empty for a fresh or clean table.
+  const std::vector<std::string>& attachReport() const { return attachReport_; }
+
+ private:
+  WriterCore(SharedObject object, std::string name, const Layout::TableHeader& fixed);
+
+  static std::unique_ptr<WriterCore> create(SharedObject object, const std::string& name,
+                                            const Layout::TableHeader& fixed);
+  static std::unique_ptr<WriterCore> attach(SharedObject object, const std::string& name,
+                                            const RecordLayout& layout);
+  void repairAndRecount();
+
+  // The writer reads its own slots directly: nobody else writes them.
+  uint64_t ownWord(uint32_t slot, uint32_t word) const {
+    return Layout::loadWord(slotWords(slot)[word]);
+  }
+  // Rewrites a slot with the sequence protocol; a null `record` keeps the record words.
+  void writeSlot(uint32_t slot, uint64_t key, uint64_t state, uint64_t checksum,
+                 const unsigned char* record);
+  void publishCounts();
+  void trimTombstones(uint32_t slot);
+
+  std::vector<std::string> attachReport_;
+};
+
+}  // namespace Brim::detail

@@ -1,0 +1,105 @@
+// Brim table writer: the one process (the agent) that owns a shared-memory counter
+// table and writes its records, while any number of reader processes look on.
+//
+// The writer never waits for readers: each change is published with a per-slot
+// sequence count that readers check, so the poll path costs a copy and a checksum.
+// Records survive a writer restart: a new writer attaches to the existing table.
+// Requires of callers: one thread at a time per writer object.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "brim/Exceptions.h"
+#include "brim/SharedObject.h"
+#include "brim/TableView.h"
+#include "pontil/Assert.h"
+
+namespace Brim {
+
+template <class Record>
+class TableWriter : public TableView<Record> {
+ public:
+  using Key = typename Record::Key;
+  using Traits = RecordTraits<Record>;
+
+  // Creates table "<ns>.<table>" for `capacity` records, or attaches to an existing
+  // one of the same record layout, keeping its records (with the capacity it was
+  // created with), bumping its generation and repairing slots that a writer killed
+  // mid-write left behind (see attachReport()). Raises WriterBusyException when
+  // another process writes the table, LayoutMismatchException when it holds another
+  // record layout, Pontil::CorruptionDetectedException when its header is damaged.
+  // Requires: valid names (see tableName()) and 1 <= capacity <= 2^24.
+  static std::unique_ptr<TableWriter> open(const std::string& ns, const std::string& table,
+                                           uint32_t capacity) {
+    return std::unique_ptr<TableWriter>(new TableWriter(
+        detail::WriterCore::open(tableName(ns, table), Traits::layout(), capacity)));
+  }
+
+  // Inserts the record, or overwrites the one with the same key. Raises
+  // TableFullException, changing nothing, for a new key when size() == capacity().
+  void put(const Record& record) {
+    writer_->put(Traits::keyBits(record.key()), Traits::bytes(record));
+  }
+
+  // Removes the key's record; false when there was none.
+  bool erase(const Key& key) {
+    const uint64_t bits = Traits::keyBits(key);
+    if (staged_ && stagingKey_ == bits) staged_ = false;
+    return writer_->erase(bits);
+  }
+
+  // A private copy of the key's live record to change in place and then publish with
+  // commit(key); readers never see the change before the commit. The copy stays tied
+  // to the key (edit and commit again) until the next directWrite() or erase(key).
+  // Requires: the key is live; otherwise the fatal assertion
+  // "BrimMap::directWrite() in no man's land". A damaged slot raises
+  // Pontil::CorruptionDetectedException.
+  Record& directWrite(const Key& key) {
+    staged_ = false;
+    const std::optional<uint32_t> slot = this->findInto(key, staging_.bytes);
+    vornAssertText(slot.has_value(), "BrimMap::directWrite() in no man's land");
+    staged_ = true;
+    stagingKey_ = Traits::keyBits(key);
+    stagingSlot_ = *slot;
+    return staging_.record();
+  }
+
+  // Publishes the copy that directWrite(key) handed out.
+  // Requires: directWrite(key) was the last directWrite, the copy's key is unchanged,
+  // and the key is still live; otherwise a fatal assertion.
+  void commit(const Key& key) {
+    const uint64_t bits = Traits::keyBits(key);
+    vornAssertText(staged_ && stagingKey_ == bits,
+                   "BrimMap::commit() of a key not given to directWrite()");
+    vornAssertText(Traits::keyBits(staging_.record().key()) == bits,
+                   "BrimMap::commit() of a record whose key was changed");
+    const bool published = writer_->rewrite(stagingSlot_, bits, staging_.bytes);
+    vornAssertText(published, "BrimMap::commit() in no man's land");
+  }
+
+  // Publishes the writer's liveness (seconds, on whatever clock the agent uses).
+  void heartbeatIs(double seconds) { writer_->heartbeatIs(seconds); }
+
+  // What attaching repaired or found, one line each; empty for a new or clean table.
+  const std::vector<std::string>& attachReport() const { return writer_->attachReport(); }
+
+ private:
+  explicit TableWriter(std::unique_ptr<detail::WriterCore> core)
+      : TableView<Record>(nullptr), writer_(core.get()) {
+    this->core_ = std::move(core);
+  }
+
+  detail::WriterCore* writer_;  // the view's core, with its writing side
+  // The private copy handed out by directWrite(); the slot's shared bytes are only
+  // ever written through the sequence protocol.
+  typename Traits::Buffer staging_;
+  bool staged_ = false;
+  uint64_t stagingKey_ = 0;
+  uint32_t stagingSlot_ = 0;
+};
+
+}  // namespace Brim
