@@ -1,0 +1,114 @@
+// The writer side of a shared-memory counter table, as a framework object.
+//
+// The agent opens each table (a Brim shared-memory table under its namespace)
+// and hands it to the counters machines as a counted reference. Machines look
+// records up (a missing key reads as the default record), write whole records,
+// or change one record in place and commit it. Damage found while reading is a
+// CorruptionDetectedException from look-ups; walks hand it to
+// doCorruptionDetected() and go on (or stop, as the caller asks), since a
+// handler must not die because another process scribbled on shared memory.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "brim/Brim.h"
+#include "pontil/Assert.h"
+#include "zat/Generic.h"
+#include "zat/Trace.h"
+
+namespace Brim {
+
+// Default capacities: generous for a large chassis.
+inline constexpr uint32_t kDefaultIntfCapacity = 4096;
+inline constexpr uint32_t kDefaultVlanCapacity = 4096;
+
+template <class Record>
+class CounterTable : public Zat::PtrInterface {
+ public:
+  using Key = typename Record::Key;
+
+  // The table's name within its namespace ("allIntfCounters", ...).
+  const std::string& tableName() const { return table_; }
+  const std::string& tableNamespace() const { return ns_; }
+
+  // The record of `key`, or the table's default record (all zero, default key)
+  // when there is none. Raises Pontil::CorruptionDetectedException when the slot
+  // is damaged.
+  Record counter(const Key& key) const {
+    auto r = writer_->find(key);
+    return r ? *r : Record();
+  }
+  // The record of `key`, or an all-zero record keyed `key` when there is none.
+  Record counterOrEmpty(const Key& key) const {
+    auto r = writer_->find(key);
+    return r ? *r : Record(key);
+  }
+  bool hasCounter(const Key& key) const { return writer_->contains(key); }
+  // Inserts or overwrites. Raises Brim::TableFullException (nothing changed) when full.
+  void counterIs(const Record& record) { writer_->put(record); }
+  // Removes the record; a missing key is harmless.
+  void counterDel(const Key& key) { writer_->erase(key); }
+  // In-place write: the returned record is published by counterCommit(key).
+  // Requires: a record of `key` exists ("BrimMap::directWrite() in no man's land").
+  Record& counterDirectWrite(const Key& key) { return writer_->directWrite(key); }
+  void counterCommit(const Key& key) { writer_->commit(key); }
+  size_t size() const { return writer_->size(); }
+  uint32_t capacity() const { return writer_->capacity(); }
+
+  // Calls f(record) for every record in the table's own order. A damaged slot is
+  // reported through doCorruptionDetected; with `stopOnCorruption` the walk ends
+  // there, otherwise f receives the default record for that position and the
+  // walk goes on. f may add or delete records.
+  template <class F>
+  void forEachCounter(F&& f, bool stopOnCorruption = false) {
+    auto cursor = writer_->cursor();
+    while (true) {
+      std::optional<Record> r;
+      try {
+        r = cursor.next();
+        if (!r) break;
+      } catch (const Pontil::CorruptionDetectedException& e) {
+        doCorruptionDetected(e.what());
+        if (stopOnCorruption) break;
+        r = Record();
+      }
+      f(*r);
+    }
+  }
+
+  // The corruption hook: the table was found damaged while reading. The base
+  // counts the reports, keeps the last message and traces it.
+  virtual void doCorruptionDetected(const std::string& message) {
+    ++corruptionCount_;
+    lastCorruption_ = message;
+    ZAT_TRACE("Brim", 1, "corruption detected in " << ns_ << "." << table_ << ": " << message);
+  }
+  uint64_t corruptionCount() const { return corruptionCount_; }
+  const std::string& lastCorruption() const { return lastCorruption_; }
+
+  // Writer heartbeat, for readers that want to know the writer is alive.
+  void heartbeatIs(double now) { writer_->heartbeatIs(now); }
+  TableWriter<Record>& writer() { return *writer_; }
+
+  void attributesDescribe(Zat::Describer& d) const override {
+    d.attribute("table", ns_ + "." + table_);
+    d.attribute("records", Zat::toText(writer_->size()));
+    d.attribute("capacity", Zat::toText(writer_->capacity()));
+    d.attribute("corruptionCount", Zat::toText(corruptionCount_));
+  }
+
+ protected:
+  CounterTable(const std::string& ns, const std::string& table, uint32_t capacity)
+      : ns_(ns), table_(table), writer_(TableWriter<Record>::open(ns, table, capacity)) {}
+
+ private:
+  std::string ns_;
+  std::string table_;
+  std::unique_ptr<TableWriter<Record>> writer_;
+  uint64_t corruptionCount_ = 0;
+  std::string lastCorruption_;
+};
+
+}  // namespace Brim
