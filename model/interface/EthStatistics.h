@@ -76,6 +76,9 @@ class EthStatistics {
   void fieldIs(size_t index, uint64_t value);
 
   friend bool operator==(const EthStatistics&, const EthStatistics&) = default;
+  // Every poll runs both operators, so they work on the field array directly.
+  friend EthStatistics operator-(const EthStatistics& a, const EthStatistics& b);
+  friend EthStatistics operator+(const EthStatistics& a, const EthStatistics& b);
 
  private:
   static constexpr size_t slot(Field f) { return static_cast<size_t>(f); }

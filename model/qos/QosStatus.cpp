@@ -30,7 +30,8 @@ std::ostream& operator<<(std::ostream& os, const PolicyMapHwStatusKey& k) {
 
 void PolicyMapHwStatus::attributesDescribe(Zat::Describer& d) const {
   d.attribute("key", Zat::toText(key_));
-  for (const auto& [name, programmed] : class_) d.attribute("class " + name.stringValue(), Zat::toText(programmed));
+  for (const auto& [name, programmed] : class_)
+    d.attribute("class " + name.stringValue(), Zat::toText(programmed));
 }
 
 void PolicyMapTypeHwStatus::attributesDescribe(Zat::Describer& d) const {

@@ -54,7 +54,8 @@ class PolicyMapHwStatus : public Zat::PtrInterface {
   void attributesDescribe(Zat::Describer& d) const override;
 
  private:
-  explicit PolicyMapHwStatus(PolicyMapHwStatusKey key) : key_(std::move(key)), class_(this, kClass) {}
+  explicit PolicyMapHwStatus(PolicyMapHwStatusKey key)
+      : key_(std::move(key)), class_(this, kClass) {}
   PolicyMapHwStatusKey key_;
   Zat::AttrCollection<Zat::Name, bool> class_;
 };
@@ -63,8 +64,9 @@ class PolicyMapHwStatus : public Zat::PtrInterface {
 class PolicyMapTypeHwStatus : public Zat::PtrInterface {
  public:
   static constexpr Zat::AttributeId kPmap = "pmap";
-  using PmapCollection = Zat::AttrCollection<PolicyMapHwStatusKey, Zat::Ptr<PolicyMapHwStatus>,
-                                             std::map<PolicyMapHwStatusKey, Zat::Ptr<PolicyMapHwStatus>>>;
+  using PmapCollection =
+      Zat::AttrCollection<PolicyMapHwStatusKey, Zat::Ptr<PolicyMapHwStatus>,
+                          std::map<PolicyMapHwStatusKey, Zat::Ptr<PolicyMapHwStatus>>>;
   static Zat::Ptr<PolicyMapTypeHwStatus> PolicyMapTypeHwStatusIs(MapType type) {
     return Zat::Ptr<PolicyMapTypeHwStatus>(new PolicyMapTypeHwStatus(type));
   }
@@ -105,6 +107,11 @@ class SliceHwStatusOf : public Zat::PtrInterface {
     auto p = PolicyMapTypeHwStatus::PolicyMapTypeHwStatusIs(type);
     pmapType_.set(type, p);
     return p;
+  }
+  // Publishes an existing type status under its own map type, replacing the
+  // entry there: how the agent puts back a type it withdrew. Requires: non-null.
+  void pmapTypeEntryIs(const Zat::Ptr<PolicyMapTypeHwStatus>& entry) {
+    pmapType_.set(entry->type(), entry);
   }
   void pmapTypeDel(MapType type) { pmapType_.del(type); }
 

@@ -2,8 +2,8 @@
 //
 //   Interface::AllEthIntfCounterBrim        "allIntfCounters", "allIntfClearCounters"
 //   Interface::AllVlanIntfCounterBrim       "allVlanIntfCounters"
-//   Interface::QueueCounter::AllIntfQueueCounters  "allIntfQueueCounters", "allIntfClearQueueCounters"
-//   Brim::Interface::AllDropCounterDir      "intfAclDropCountersDir"
+//   Interface::QueueCounter::AllIntfQueueCounters  "allIntfQueueCounters",
+//   "allIntfClearQueueCounters" Brim::Interface::AllDropCounterDir      "intfAclDropCountersDir"
 //   Brim::Bridging::VlanCounterDir          "vlanCounterDir"
 //   Brim::Bridging::VlanCounterSnapshotDir  "vlanCounterSnapshotDir"
 #pragma once
@@ -26,25 +26,25 @@ inline constexpr const char* kVlanCounterDir = "vlanCounterDir";
 inline constexpr const char* kVlanCounterSnapshotDir = "vlanCounterSnapshotDir";
 }  // namespace TableNames
 
-#define VORN_COUNTER_TABLE(Class, Record, TypeName, DefaultCapacity)                        \
-  class Class : public ::Brim::CounterTable<Record> {                                       \
-   public:                                                                                  \
-    static ::Zat::Ptr<Class> Class##Is(const std::string& ns, const std::string& table,     \
-                                       uint32_t capacity = DefaultCapacity) {               \
-      return ::Zat::Ptr<Class>(new Class(ns, table, capacity));                             \
-    }                                                                                       \
-    const char* fwkType() const override { return TypeName; }                               \
-                                                                                            \
-   protected:                                                                               \
-    Class(const std::string& ns, const std::string& table, uint32_t capacity)               \
-        : ::Brim::CounterTable<Record>(ns, table, capacity) {}                              \
+#define VORN_COUNTER_TABLE(Class, Record, TypeName, DefaultCapacity)                    \
+  class Class : public ::Brim::CounterTable<Record> {                                   \
+   public:                                                                              \
+    static ::Zat::Ptr<Class> Class##Is(const std::string& ns, const std::string& table, \
+                                       uint32_t capacity = DefaultCapacity) {           \
+      return ::Zat::Ptr<Class>(new Class(ns, table, capacity));                         \
+    }                                                                                   \
+    const char* fwkType() const override { return TypeName; }                           \
+                                                                                        \
+   protected:                                                                           \
+    Class(const std::string& ns, const std::string& table, uint32_t capacity)           \
+        : ::Brim::CounterTable<Record>(ns, table, capacity) {}                          \
   };
 
 namespace Interface {
 VORN_COUNTER_TABLE(AllEthIntfCounterBrim, EthIntfCounterBrim, "Interface::AllEthIntfCounterBrim",
                    ::Brim::kDefaultIntfCapacity)
-VORN_COUNTER_TABLE(AllVlanIntfCounterBrim, VlanIntfCounterBrim,
-                   "Interface::AllVlanIntfCounterBrim", ::Brim::kDefaultIntfCapacity)
+VORN_COUNTER_TABLE(AllVlanIntfCounterBrim, VlanIntfCounterBrim, "Interface::AllVlanIntfCounterBrim",
+                   ::Brim::kDefaultIntfCapacity)
 namespace QueueCounter {
 class AllIntfQueueCounters : public ::Brim::CounterTable<IntfQueueCounter> {
  public:
@@ -73,26 +73,27 @@ VORN_COUNTER_TABLE(AllDropCounterDir, DropCounter, "Brim::Interface::AllDropCoun
 
 namespace Bridging {
 // The VLAN tables name their operations after the record ("vlanCounter...").
-#define VORN_VLAN_TABLE(Class, prefix, TypeName)                                          \
-  class Class : public ::Brim::CounterTable<VlanCounter> {                                \
-   public:                                                                                \
-    static ::Zat::Ptr<Class> Class##Is(const std::string& ns, const std::string& table,   \
-                                       uint32_t capacity = ::Brim::kDefaultVlanCapacity) { \
-      return ::Zat::Ptr<Class>(new Class(ns, table, capacity));                           \
-    }                                                                                     \
-    VlanCounter prefix(::Bridging::VlanId v) const { return counter(v); }                 \
-    void prefix##Is(const VlanCounter& r) { counterIs(r); }                               \
-    void prefix##Del(::Bridging::VlanId v) { counterDel(v); }                             \
+#define VORN_VLAN_TABLE(Class, prefix, TypeName)                                             \
+  class Class : public ::Brim::CounterTable<VlanCounter> {                                   \
+   public:                                                                                   \
+    static ::Zat::Ptr<Class> Class##Is(const std::string& ns, const std::string& table,      \
+                                       uint32_t capacity = ::Brim::kDefaultVlanCapacity) {   \
+      return ::Zat::Ptr<Class>(new Class(ns, table, capacity));                              \
+    }                                                                                        \
+    VlanCounter prefix(::Bridging::VlanId v) const { return counter(v); }                    \
+    void prefix##Is(const VlanCounter& r) { counterIs(r); }                                  \
+    void prefix##Del(::Bridging::VlanId v) { counterDel(v); }                                \
     VlanCounter& prefix##DirectWrite(::Bridging::VlanId v) { return counterDirectWrite(v); } \
-    void prefix##Commit(::Bridging::VlanId v) { counterCommit(v); }                       \
-    const char* fwkType() const override { return TypeName; }                             \
-                                                                                          \
-   private:                                                                               \
-    Class(const std::string& ns, const std::string& table, uint32_t capacity)             \
-        : ::Brim::CounterTable<VlanCounter>(ns, table, capacity) {}                       \
+    void prefix##Commit(::Bridging::VlanId v) { counterCommit(v); }                          \
+    const char* fwkType() const override { return TypeName; }                                \
+                                                                                             \
+   private:                                                                                  \
+    Class(const std::string& ns, const std::string& table, uint32_t capacity)                \
+        : ::Brim::CounterTable<VlanCounter>(ns, table, capacity) {}                          \
   };
 VORN_VLAN_TABLE(VlanCounterDir, vlanCounter, "Brim::Bridging::VlanCounterDir")
-VORN_VLAN_TABLE(VlanCounterSnapshotDir, vlanCounterSnapshot, "Brim::Bridging::VlanCounterSnapshotDir")
+VORN_VLAN_TABLE(VlanCounterSnapshotDir, vlanCounterSnapshot,
+                "Brim::Bridging::VlanCounterSnapshotDir")
 #undef VORN_VLAN_TABLE
 }  // namespace Bridging
 }  // namespace Brim

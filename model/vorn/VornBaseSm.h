@@ -30,6 +30,18 @@ class VornBaseSm : public Zat::PtrInterface {
     d.attribute("vcsd", Zat::toText(vcsd_));
     d.attribute("initialized", Zat::toText(initialized_));
   }
+  // "initializedIs" (bool) and "handleInitialized", shared by every machine.
+  Zat::GenericValue genericInvoke(std::string_view operation,
+                                  const Zat::GenericArgs& args) override {
+    auto r = Zat::invokeOperation(
+        operation, args,
+        {{"initializedIs", 1, Zat::noResult([this](const Zat::GenericArgs& a) {
+            initializedIs(a[0].asBool("initialized"));
+          })},
+         {"handleInitialized", 0,
+          Zat::noResult([this](const Zat::GenericArgs&) { handleInitialized(); })}});
+    return r ? *r : Zat::PtrInterface::genericInvoke(operation, args);
+  }
 
  private:
   Zat::Ptr<VornCommonSmData> vcsd_;

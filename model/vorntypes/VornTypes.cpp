@@ -2,9 +2,7 @@
 
 namespace VornTypes {
 
-std::ostream& operator<<(std::ostream& os, CounterType t) {
-  return os << static_cast<uint32_t>(t);
-}
+std::ostream& operator<<(std::ostream& os, CounterType t) { return os << static_cast<uint32_t>(t); }
 
 std::ostream& operator<<(std::ostream& os, QueueType t) {
   switch (t) {

@@ -15,8 +15,8 @@
 
 #include "bridging/VlanId.h"
 #include "interface/EthStatistics.h"
-#include "interface/IntfStatistics.h"
 #include "interface/IntfQueueCounter.h"
+#include "interface/IntfStatistics.h"
 #include "zat/Generic.h"
 
 namespace VornTypes {
@@ -42,7 +42,9 @@ std::ostream& operator<<(std::ostream& os, QueueType t);
 class IntfCounters : public Zat::PtrInterface {
  public:
   // A new, zero-filled reading.
-  static Zat::Ptr<IntfCounters> IntfCountersIs() { return Zat::Ptr<IntfCounters>(new IntfCounters()); }
+  static Zat::Ptr<IntfCounters> IntfCountersIs() {
+    return Zat::Ptr<IntfCounters>(new IntfCounters());
+  }
 
   const Interface::IntfStatistics& intfStats() const { return intfStats_; }
   Interface::IntfStatistics& intfStats() { return intfStats_; }

@@ -35,25 +35,26 @@ class CorruptionDetectedException : public std::runtime_error {
 
 // Raises AssertException for `expression` failing at module:line.
 // A debugger hook point: break here to stop at every failed assertion.
-[[noreturn]] void debugAndThrowAssertException(const char* expression, const char* module, int line);
+[[noreturn]] void debugAndThrowAssertException(const char* expression, const char* module,
+                                               int line);
 
 // The module name of a source path: its file name without directory and extension.
 std::string moduleOf(const char* path);
 
 }  // namespace Pontil
 
-#define vornAssert(cond)                                                          \
-  do {                                                                            \
-    if (!(cond)) [[unlikely]] {                                                   \
-      ::Pontil::debugAndThrowAssertException(#cond, __FILE__, __LINE__);          \
-    }                                                                             \
+#define vornAssert(cond)                                                 \
+  do {                                                                   \
+    if (!(cond)) [[unlikely]] {                                          \
+      ::Pontil::debugAndThrowAssertException(#cond, __FILE__, __LINE__); \
+    }                                                                    \
   } while (0)
 
 // Asserts with an explicit expression text, for invariants whose published text
 // differs from the C++ spelling of the check.
-#define vornAssertText(cond, text)                                                \
-  do {                                                                            \
-    if (!(cond)) [[unlikely]] {                                                   \
-      ::Pontil::debugAndThrowAssertException(text, __FILE__, __LINE__);           \
-    }                                                                             \
+#define vornAssertText(cond, text)                                      \
+  do {                                                                  \
+    if (!(cond)) [[unlikely]] {                                         \
+      ::Pontil::debugAndThrowAssertException(text, __FILE__, __LINE__); \
+    }                                                                   \
   } while (0)

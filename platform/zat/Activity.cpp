@@ -14,9 +14,8 @@ namespace {
 // timestamps are meaningful to readers and never go backwards.
 struct RealTimeBase {
   std::chrono::steady_clock::time_point steadyStart = std::chrono::steady_clock::now();
-  double wallStart = std::chrono::duration<double>(
-                         std::chrono::system_clock::now().time_since_epoch())
-                         .count();
+  double wallStart =
+      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 };
 const RealTimeBase& realTimeBase() {
   static RealTimeBase base;

@@ -110,8 +110,7 @@ struct CollectingDescriber : Describer {
   void attribute(std::string_view name, const std::string& text) override {
     attrs.emplace_back(std::string(name), text);
   }
-  void child(std::string_view collection, const std::string& key,
-             const PtrInterface* c) override {
+  void child(std::string_view collection, const std::string& key, const PtrInterface* c) override {
     children.emplace_back(std::string(collection), key, c);
   }
 };
@@ -150,6 +149,16 @@ void expectArgs(std::string_view operation, const GenericArgs& args, size_t n) {
     throw Exception("operation " + std::string(operation) + " takes " + std::to_string(n) +
                     " argument(s), got " + std::to_string(args.size()));
   }
+}
+
+std::optional<GenericValue> invokeOperation(std::string_view operation, const GenericArgs& args,
+                                            std::initializer_list<Operation> ops) {
+  for (const Operation& op : ops) {
+    if (op.name != operation) continue;
+    expectArgs(operation, args, op.argCount);
+    return op.run(args);
+  }
+  return std::nullopt;
 }
 
 void throwUnknownOperation(const PtrInterface& object, std::string_view operation) {

@@ -8,6 +8,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <optional>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -73,7 +76,8 @@ template <class T>
 std::string toText(const Ptr<T>& p) {
   if (!p) return "null";
   std::ostringstream os;
-  os << static_cast<const PtrInterface*>(p.ptr())->fwkType() << "@" << static_cast<const void*>(p.ptr());
+  os << static_cast<const PtrInterface*>(p.ptr())->fwkType() << "@"
+     << static_cast<const void*>(p.ptr());
   return os.str();
 }
 
@@ -84,6 +88,26 @@ const PtrInterface* childOf(const PtrInterface& object, std::string_view collect
                             std::string_view key);
 // Writes `object` and its children recursively, indented, one attribute per line.
 void dumpTree(const PtrInterface& object, std::ostream& os, int indent = 0);
+
+// One named operation of an object's generic interface: its argument count and
+// what it runs. Objects list theirs and hand them to invokeOperation().
+struct Operation {
+  std::string_view name;
+  size_t argCount;
+  std::function<GenericValue(const GenericArgs&)> run;
+};
+// Runs the entry of `ops` called `operation` after checking its argument count;
+// nullopt when `ops` has no such entry (the caller then asks its base class).
+std::optional<GenericValue> invokeOperation(std::string_view operation, const GenericArgs& args,
+                                            std::initializer_list<Operation> ops);
+// Adapts a call without a result to an Operation's `run`.
+template <class F>
+std::function<GenericValue(const GenericArgs&)> noResult(F f) {
+  return [f](const GenericArgs& a) {
+    f(a);
+    return GenericValue();
+  };
+}
 
 // Requires: args.size() == n; otherwise raises Zat::Exception naming the operation.
 void expectArgs(std::string_view operation, const GenericArgs& args, size_t n);

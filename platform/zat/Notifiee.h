@@ -63,7 +63,7 @@ class NotifieeOf : public NotifieeConst {
   // Forwards to the virtual overload so that subclasses (clock notifiees move
   // their deadline) see every change of notifier.
   template <class U>
-    requires std::is_convertible_v<U*, const T*>
+  requires std::is_convertible_v<U*, const T*>
   void notifierIs(const Ptr<U>& n) {
     this->notifierIs(Ptr<const PtrInterface>(static_cast<const PtrInterface*>(n.ptr())));
   }

@@ -93,10 +93,7 @@ class Ptr {
   Ptr(const Ptr& o) : p_(o.p_) { acquire(); }
   Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(const Ptr<U>& o) : p_(o.ptr()) {
-    acquire();
-  }
+  requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& o) : p_(o.ptr()) { acquire(); }
   ~Ptr() { release(); }
   Ptr& operator=(const Ptr& o) {
     Ptr(o).swap(*this);

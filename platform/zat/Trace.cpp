@@ -75,7 +75,8 @@ void configure(std::string_view spec) {
   size_t pos = 0;
   while (pos < spec.size()) {
     size_t comma = spec.find(',', pos);
-    std::string_view item = spec.substr(pos, comma == std::string_view::npos ? spec.npos : comma - pos);
+    std::string_view item =
+        spec.substr(pos, comma == std::string_view::npos ? spec.npos : comma - pos);
     pos = comma == std::string_view::npos ? spec.size() : comma + 1;
     if (item.empty()) continue;
     size_t eq = item.find('=');

@@ -32,11 +32,11 @@ void write(std::string_view module, int level, const std::string& text);
 
 // Traces `expr` (a stream expression) when `module` is enabled at `lvl`; the
 // expression is not evaluated otherwise.
-#define ZAT_TRACE(module, lvl, expr)                                  \
-  do {                                                                \
-    if (::Zat::Trace::enabled(module, lvl)) [[unlikely]] {            \
-      std::ostringstream zat_trace_os_;                               \
-      zat_trace_os_ << expr;                                          \
-      ::Zat::Trace::write(module, lvl, zat_trace_os_.str());          \
-    }                                                                 \
+#define ZAT_TRACE(module, lvl, expr)                         \
+  do {                                                       \
+    if (::Zat::Trace::enabled(module, lvl)) [[unlikely]] {   \
+      std::ostringstream zat_trace_os_;                      \
+      zat_trace_os_ << expr;                                 \
+      ::Zat::Trace::write(module, lvl, zat_trace_os_.str()); \
+    }                                                        \
   } while (0)

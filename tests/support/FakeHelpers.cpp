@@ -105,8 +105,8 @@ void FakeCountersHelper::vlanIntfCountersRead(
 }
 
 bool FakeCountersHelper::vlanIntfCountersSupported(Orvo::IntfId intfId, uint32_t vlanId) {
-  record("vlanIntfCountersSupported", "vlanIntfCountersSupported(" + intfId.stringValue() + "," +
-                                          std::to_string(vlanId) + ")");
+  record("vlanIntfCountersSupported",
+         "vlanIntfCountersSupported(" + intfId.stringValue() + "," + std::to_string(vlanId) + ")");
   return vlanIntfRefused.count(intfId) == 0;
 }
 

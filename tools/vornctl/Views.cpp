@@ -1,0 +1,326 @@
+#include "tools/vornctl/Views.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <map>
+
+#include "brim/Brim.h"
+#include "sim/SimRecords.h"
+#include "tables/CounterTables.h"
+
+namespace Ctl {
+
+namespace {
+
+using Json = nlohmann::json;
+
+template <class Record>
+std::unique_ptr<Brim::TableReader<Record>> openTable(const std::string& ns, const std::string& t) {
+  try {
+    return Brim::TableReader<Record>::open(ns, t);
+  } catch (const Brim::TableMissingException&) {
+    throw ViewError("table " + ns + "." + t + " does not exist (is the agent running with -n " +
+                    ns + "?)");
+  } catch (const Pontil::CorruptionDetectedException& e) {
+    throw ViewError("table " + ns + "." + t + " is damaged: " + e.what());
+  } catch (const std::exception& e) {
+    throw ViewError("table " + ns + "." + t + ": " + e.what());
+  }
+}
+
+// All records of a table, sorted by key; a damaged table is a one-line error.
+template <class Record>
+std::vector<Record> readAll(const Brim::TableReader<Record>& table, const std::string& what) {
+  std::vector<Record> out;
+  try {
+    table.forEach([&](const Record& r) { out.push_back(r); });
+  } catch (const Pontil::CorruptionDetectedException& e) {
+    throw ViewError("table " + what + " is damaged: " + e.what());
+  }
+  std::sort(out.begin(), out.end(),
+            [](const Record& a, const Record& b) { return a.key() < b.key(); });
+  return out;
+}
+
+template <class Record>
+Record baselineOf(const Brim::TableReader<Record>* table, const typename Record::Key& key) {
+  if (!table) return Record();
+  try {
+    auto r = table->find(key);
+    return r ? *r : Record();
+  } catch (const Pontil::CorruptionDetectedException& e) {
+    throw ViewError(std::string("baseline table is damaged: ") + e.what());
+  }
+}
+
+std::string num(uint64_t v) { return std::to_string(v); }
+std::string rate(double v) { return fmt::format("{:.1f}", v); }
+
+Orvo::IntfId filterIntf(const std::string& filter) {
+  try {
+    return Orvo::IntfId(filter);
+  } catch (const std::exception& e) {
+    throw ViewError(e.what());
+  }
+}
+
+bool keep(const std::string& filter, Orvo::IntfId id) {
+  return filter.empty() || filterIntf(filter) == id;
+}
+
+void requireFound(const std::string& filter, const View& v, const std::string& kind) {
+  if (!filter.empty() && v.rows.empty()) throw ViewError("no " + kind + " " + filter);
+}
+
+View ethView(const std::string& ns, const std::string& what, const std::string& filter) {
+  auto totals = openTable<Interface::EthIntfCounterBrim>(ns, TableNames::kAllIntfCounters);
+  auto clears = openTable<Interface::EthIntfCounterBrim>(ns, TableNames::kAllIntfClearCounters);
+  View v;
+  if (what == "interfaces") {
+    v.header = {"Port",      "InOctets",     "InUcastPkts",  "InMcastPkts", "InBcastPkts",
+                "OutOctets", "OutUcastPkts", "OutMcastPkts", "OutBcastPkts"};
+  } else if (what == "errors") {
+    v.header = {"Port", "FCS", "Align", "Symbol", "Rx", "LateCol", "ExcessCol", "Tx"};
+  } else {
+    v.header = {"Port", "InMbps", "InKpps", "OutMbps", "OutKpps", "Updated"};
+  }
+  for (const auto& r : readAll(*totals, TableNames::kAllIntfCounters)) {
+    if (!keep(filter, r.intfId())) continue;
+    auto base = baselineOf(clears.get(), r.intfId());
+    // Readers subtract the baseline the last clear wrote.
+    auto s = r.statistics() - base.statistics();
+    auto e = r.ethStatistics() - base.ethStatistics();
+    std::string port = r.intfId().stringValue();
+    Json j{{"interface", port}};
+    if (what == "interfaces") {
+      uint64_t outMcast = s.outMulticastPkts().hasValue() ? s.outMulticastPkts().value() : 0;
+      v.rows.push_back({port, num(s.inOctets()), num(s.inUcastPkts()), num(s.inMulticastPkts()),
+                        num(s.inBroadcastPkts()), num(s.outOctets()), num(s.outUcastPkts()),
+                        num(outMcast), num(s.outBroadcastPkts())});
+      j["inOctets"] = s.inOctets();
+      j["inUcastPkts"] = s.inUcastPkts();
+      j["inMulticastPkts"] = s.inMulticastPkts();
+      j["inBroadcastPkts"] = s.inBroadcastPkts();
+      j["outOctets"] = s.outOctets();
+      j["outUcastPkts"] = s.outUcastPkts();
+      j["outMulticastPkts"] = outMcast;
+      j["outBroadcastPkts"] = s.outBroadcastPkts();
+      j["updated"] = r.statistics().statsUpdateTime();
+    } else if (what == "errors") {
+      v.rows.push_back({port, num(e.fcsErrors()), num(e.alignmentErrors()), num(e.symbolErrors()),
+                        num(s.inErrors()), num(e.lateCollisions()), num(e.excessiveCollisions()),
+                        num(s.outErrors())});
+      j["fcsErrors"] = e.fcsErrors();
+      j["alignmentErrors"] = e.alignmentErrors();
+      j["symbolErrors"] = e.symbolErrors();
+      j["inErrors"] = s.inErrors();
+      j["lateCollisions"] = e.lateCollisions();
+      j["excessiveCollisions"] = e.excessiveCollisions();
+      j["outErrors"] = s.outErrors();
+    } else {
+      const auto& rt = r.rates();
+      v.rows.push_back({port, rate(rt.inBitsRate() / 1e6), rate(rt.inPktsRate() / 1e3),
+                        rate(rt.outBitsRate() / 1e6), rate(rt.outPktsRate() / 1e3),
+                        fmt::format("{:.1f}", rt.lastUpdateTime())});
+      j["inBitsRate"] = rt.inBitsRate();
+      j["inPktsRate"] = rt.inPktsRate();
+      j["outBitsRate"] = rt.outBitsRate();
+      j["outPktsRate"] = rt.outPktsRate();
+      j["updated"] = rt.lastUpdateTime();
+    }
+    v.json.push_back(j);
+  }
+  requireFound(filter, v, "interface");
+  return v;
+}
+
+View queueView(const std::string& ns, const std::string& filter) {
+  using Interface::QueueCounter::IntfQueueCounter;
+  using Interface::QueueCounter::QueueIndex;
+  auto totals = openTable<IntfQueueCounter>(ns, TableNames::kAllIntfQueueCounters);
+  std::unique_ptr<Brim::TableReader<IntfQueueCounter>> clears;
+  try {
+    clears = Brim::TableReader<IntfQueueCounter>::open(ns, TableNames::kAllIntfClearQueueCounters);
+  } catch (const std::exception&) {
+  }
+  View v;
+  v.header = {"Port", "Queue", "TxOctets", "TxPkts", "DropOctets", "DropPkts", "TxMbps"};
+  for (const auto& r : readAll(*totals, TableNames::kAllIntfQueueCounters)) {
+    if (!keep(filter, r.intfId())) continue;
+    auto base = baselineOf(clears.get(), r.intfId());
+    Json queues = Json::array();
+    try {
+      uint32_t count = r.intfQueueStatArray().size();
+      for (uint32_t q = 0; q < count; ++q) {
+        QueueIndex qi(static_cast<uint8_t>(q));
+        auto s = r.intfQueueStat(qi);
+        auto b = q < base.intfQueueStatArray().size() ? base.intfQueueStat(qi)
+                                                      : Interface::QueueCounter::IntfQueueStat();
+        auto rt = r.intfQueueRates(qi);
+        v.rows.push_back({r.intfId().stringValue(), std::to_string(q),
+                          num(s.txOctets() - b.txOctets()), num(s.txPkts() - b.txPkts()),
+                          num(s.dropOctets() - b.dropOctets()), num(s.dropPkts() - b.dropPkts()),
+                          rate(rt.txBitsRate() / 1e6)});
+        queues.push_back({{"queue", q},
+                          {"txOctets", s.txOctets() - b.txOctets()},
+                          {"txPkts", s.txPkts() - b.txPkts()},
+                          {"dropOctets", s.dropOctets() - b.dropOctets()},
+                          {"dropPkts", s.dropPkts() - b.dropPkts()},
+                          {"txBitsRate", rt.txBitsRate()}});
+      }
+    } catch (const std::exception& e) {
+      throw ViewError("queue record of " + r.intfId().stringValue() + " is damaged: " + e.what());
+    }
+    v.json.push_back({{"interface", r.intfId().stringValue()}, {"queues", queues}});
+  }
+  requireFound(filter, v, "interface");
+  return v;
+}
+
+View aclView(const std::string& ns, const std::string& filter) {
+  auto table = openTable<Brim::Interface::DropCounter>(ns, TableNames::kIntfAclDropCountersDir);
+  View v;
+  v.header = {"Port", "AclDrops"};
+  for (const auto& r : readAll(*table, TableNames::kIntfAclDropCountersDir)) {
+    if (!keep(filter, r.intfId())) continue;
+    v.rows.push_back({r.intfId().stringValue(), num(r.dropCount())});
+    v.json.push_back({{"interface", r.intfId().stringValue()}, {"aclDrops", r.dropCount()}});
+  }
+  requireFound(filter, v, "interface");
+  return v;
+}
+
+View vlanIntfView(const std::string& ns, const std::string& filter) {
+  auto table = openTable<Interface::VlanIntfCounterBrim>(ns, TableNames::kAllVlanIntfCounters);
+  View v;
+  v.header = {"Interface",    "InOctets",     "InUcastPkts",  "OutOctets",
+              "OutUcastPkts", "RoutedInPkts", "RoutedOutPkts"};
+  for (const auto& r : readAll(*table, TableNames::kAllVlanIntfCounters)) {
+    if (!keep(filter, r.intfId())) continue;
+    const auto& s = r.statistics();
+    v.rows.push_back({r.intfId().stringValue(), num(s.inOctets()), num(s.inUcastPkts()),
+                      num(s.outOctets()), num(s.outUcastPkts()), num(r.routedInPkts()),
+                      num(r.routedOutPkts())});
+    v.json.push_back({{"interface", r.intfId().stringValue()},
+                      {"inOctets", s.inOctets()},
+                      {"inUcastPkts", s.inUcastPkts()},
+                      {"outOctets", s.outOctets()},
+                      {"outUcastPkts", s.outUcastPkts()},
+                      {"routedInPkts", r.routedInPkts()},
+                      {"routedOutPkts", r.routedOutPkts()}});
+  }
+  requireFound(filter, v, "VLAN interface");
+  return v;
+}
+
+View vlanView(const std::string& ns, const std::string& filter) {
+  using Brim::Bridging::VlanCounter;
+  auto totals = openTable<VlanCounter>(ns, TableNames::kVlanCounterDir);
+  auto snaps = openTable<VlanCounter>(ns, TableNames::kVlanCounterSnapshotDir);
+  int only = -1;
+  if (!filter.empty()) {
+    if (filter.size() > 4 || filter.find_first_not_of("0123456789") != std::string::npos ||
+        std::stoi(filter) < 1 || std::stoi(filter) > 4094) {
+      throw ViewError("'" + filter + "' is not a VLAN id (1-4094)");
+    }
+    only = std::stoi(filter);
+  }
+  View v;
+  v.header = {"Vlan"};
+  for (size_t i = 0; i < VlanCounter::kCounterCount; ++i)
+    v.header.push_back(VlanCounter::counterName(i));
+  v.header.push_back("ClearedAt");
+  for (const auto& r : readAll(*totals, TableNames::kVlanCounterDir)) {
+    if (only >= 0 && r.vlanId() != only) continue;
+    auto snap = baselineOf(snaps.get(), r.vlanId());
+    std::vector<std::string> row{std::to_string(r.vlanId())};
+    Json j{{"vlan", r.vlanId()}};
+    for (size_t i = 0; i < VlanCounter::kCounterCount; ++i) {
+      // Counters since the last clear: totals minus the snapshot.
+      uint64_t d = r.counter(i) - snap.counter(i);
+      row.push_back(num(d));
+      j[VlanCounter::counterName(i)] = d;
+    }
+    row.push_back(fmt::format("{:.1f}", snap.timestamp()));
+    j["clearedAt"] = snap.timestamp();
+    v.rows.push_back(row);
+    v.json.push_back(j);
+  }
+  requireFound(filter, v, "VLAN");
+  return v;
+}
+
+View cpuView(const std::string& ns) {
+  auto table = openTable<Sim::CpuPortCounter>(ns, Sim::kCpuIntfCountersTable);
+  View v;
+  v.header = {"Port", "InOctets", "InUcastPkts", "OutOctets", "OutUcastPkts"};
+  for (const auto& r : readAll(*table, Sim::kCpuIntfCountersTable)) {
+    const auto& s = r.statistics;
+    v.rows.push_back({r.intfId.stringValue(), num(s.inOctets()), num(s.inUcastPkts()),
+                      num(s.outOctets()), num(s.outUcastPkts())});
+    v.json.push_back({{"interface", r.intfId.stringValue()},
+                      {"inOctets", s.inOctets()},
+                      {"inUcastPkts", s.inUcastPkts()},
+                      {"outOctets", s.outOctets()},
+                      {"outUcastPkts", s.outUcastPkts()}});
+  }
+  return v;
+}
+
+View coppView(const std::string& ns) {
+  auto table = openTable<Sim::CoppClassCounter>(ns, Sim::kCoppClassCountersTable);
+  View v;
+  v.header = {"Class", "Pkts", "Octets", "DropPkts", "DropOctets"};
+  auto all = readAll(*table, Sim::kCoppClassCountersTable);
+  std::sort(all.begin(), all.end(),
+            [](const auto& a, const auto& b) { return a.nameText() < b.nameText(); });
+  for (const auto& r : all) {
+    v.rows.push_back(
+        {r.nameText(), num(r.pkts), num(r.octets), num(r.dropPkts), num(r.dropOctets)});
+    v.json.push_back({{"class", r.nameText()},
+                      {"pkts", r.pkts},
+                      {"octets", r.octets},
+                      {"dropPkts", r.dropPkts},
+                      {"dropOctets", r.dropOctets}});
+  }
+  return v;
+}
+
+}  // namespace
+
+std::string View::text() const {
+  std::vector<size_t> width(header.size(), 0);
+  for (size_t i = 0; i < header.size(); ++i) width[i] = header[i].size();
+  for (const auto& r : rows) {
+    for (size_t i = 0; i < r.size() && i < width.size(); ++i)
+      width[i] = std::max(width[i], r[i].size());
+  }
+  auto line = [&](const std::vector<std::string>& cells) {
+    std::string out;
+    for (size_t i = 0; i < cells.size(); ++i) {
+      if (i == 0) {
+        out += fmt::format("{:<{}}", cells[i], width[i]);
+      } else {
+        out += fmt::format("  {:>{}}", cells[i], width[i]);
+      }
+    }
+    return out + "\n";
+  };
+  std::string out = line(header);
+  for (const auto& r : rows) out += line(r);
+  return out;
+}
+
+View render(const std::string& ns, const std::string& what, const std::string& filter) {
+  if (what == "interfaces" || what == "errors" || what == "rates") return ethView(ns, what, filter);
+  if (what == "queues") return queueView(ns, filter);
+  if (what == "acl-drops") return aclView(ns, filter);
+  if (what == "vlan") return vlanView(ns, filter);
+  if (what == "vlan-interface") return vlanIntfView(ns, filter);
+  if (what == "cpu") return cpuView(ns);
+  if (what == "copp") return coppView(ns);
+  throw ViewError("unknown view '" + what + "'");
+}
+
+}  // namespace Ctl

@@ -1,0 +1,31 @@
+// The reader command's views: each opens the agent's tables read-only, reads
+// them, and renders a table or a JSON document. Totals are shown minus the
+// clear baseline (interfaces) or the snapshot (VLANs), as a switch shows them.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Ctl {
+
+// A one-line, user-facing error (missing table, damaged table, unknown interface).
+class ViewError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A rendered view: rows for the text table and the same data as JSON.
+struct View {
+  std::vector<std::string> header;
+  std::vector<std::vector<std::string>> rows;
+  nlohmann::json json = nlohmann::json::array();
+  std::string text() const;
+};
+
+// `what` is one of: "interfaces", "errors", "rates", "queues", "acl-drops", "vlan",
+// "vlan-interface", "cpu", "copp". `filter` limits to one interface or VLAN ("" = all).
+View render(const std::string& ns, const std::string& what, const std::string& filter);
+
+}  // namespace Ctl
