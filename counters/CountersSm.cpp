@@ -65,61 +65,61 @@ Qos::MapType mapTypeArg(const Zat::GenericValue& v) {
 // --- reactors ---
 
 void CountersSm::ZatReactVcsd::onAttribute(Zat::AttributeId attr, const void* key) {
-  if (!key || dying() || !owner_) return;
+  if (!key || dying() || !owner()) return;
   const auto& intfId = *static_cast<const Orvo::IntfId*>(key);
   if (attr == Vorn::VornCommonSmData::kIntf) {
-    owner_->handleIntf(intfId);
+    owner()->handleIntf(intfId);
   } else if (attr == Vorn::VornCommonSmData::kCpuIntf) {
-    owner_->handleCpuIntf(intfId);
+    owner()->handleCpuIntf(intfId);
   } else if (attr == Vorn::VornCommonSmData::kVlanIntf) {
-    owner_->handleVlanIntf(intfId);
+    owner()->handleVlanIntf(intfId);
   }
 }
 
 void CountersSm::ZatEthPhyIntfConfigDir::onAttribute(Zat::AttributeId attr, const void* key) {
-  if (attr != Interface::AllEthPhyIntfConfigDir::kEntry || !key || dying() || !owner_) return;
-  owner_->handleIntf(*static_cast<const Orvo::IntfId*>(key));
+  if (!follows(attr, key, Interface::AllEthPhyIntfConfigDir::kEntry)) return;
+  owner()->handleIntf(*static_cast<const Orvo::IntfId*>(key));
 }
 
 void CountersSm::ZatEthPhyIntfStatusDir::onAttribute(Zat::AttributeId attr, const void* key) {
-  if (attr != Interface::AllEthPhyIntfStatusDir::kEntry || !key || dying() || !owner_) return;
-  owner_->handleIntf(*static_cast<const Orvo::IntfId*>(key));
+  if (!follows(attr, key, Interface::AllEthPhyIntfStatusDir::kEntry)) return;
+  owner()->handleIntf(*static_cast<const Orvo::IntfId*>(key));
 }
 
 void CountersSm::ZatCliConfig::onAttribute(Zat::AttributeId attr, const void* key) {
-  if (attr != Vorn::HwCliConfig::kClearCountersRequest || !key || dying() || !owner_) return;
+  if (!follows(attr, key, Vorn::HwCliConfig::kClearCountersRequest)) return;
   // The handler gets its own copy: the request attribute may change under it.
-  owner_->doClearCounters(*static_cast<const Zat::String*>(key));
+  owner()->doClearCounters(*static_cast<const Zat::String*>(key));
 }
 
 void CountersSm::ZatQosSliceHwStatus::onAttribute(Zat::AttributeId attr, const void* key) {
-  if (attr != Qos::SliceHwStatus::kPmapType || !key || dying() || !owner_) return;
-  owner_->handlePolicyMapType(*static_cast<const Qos::MapType*>(key));
+  if (!follows(attr, key, Qos::SliceHwStatus::kPmapType)) return;
+  owner()->handlePolicyMapType(*static_cast<const Qos::MapType*>(key));
 }
 
 void CountersSm::ZatQosSliceHwStatusDir::onAttribute(Zat::AttributeId attr, const void* key) {
-  if (attr != Zat::Dir::kEntity || !key || dying() || !owner_) return;
-  owner_->handleQosSliceHwStatusDir(*static_cast<const Zat::Name*>(key));
+  if (!follows(attr, key, Zat::Dir::kEntity)) return;
+  owner()->handleQosSliceHwStatusDir(*static_cast<const Zat::Name*>(key));
 }
 
 void CountersSm::ZatQosAclSliceHwStatus::onAttribute(Zat::AttributeId attr, const void* key) {
-  if (attr != Qos::AclSliceHwStatus::kPmapType || !key || dying() || !owner_) return;
-  owner_->handleDynamicPolicyMapType(*static_cast<const Qos::MapType*>(key));
+  if (!follows(attr, key, Qos::AclSliceHwStatus::kPmapType)) return;
+  owner()->handleDynamicPolicyMapType(*static_cast<const Qos::MapType*>(key));
 }
 
 void CountersSm::ZatQosAclSliceHwStatusDir::onAttribute(Zat::AttributeId attr, const void* key) {
-  if (attr != Zat::Dir::kEntity || !key || dying() || !owner_) return;
-  owner_->handleQosAclSliceHwStatusDir(*static_cast<const Zat::Name*>(key));
+  if (!follows(attr, key, Zat::Dir::kEntity)) return;
+  owner()->handleQosAclSliceHwStatusDir(*static_cast<const Zat::Name*>(key));
 }
 
 void CountersSm::ZatVlanIntfConfigDir::onAttribute(Zat::AttributeId attr, const void* key) {
-  if (attr != Interface::VlanIntfConfigDir::kEntry || !key || dying() || !owner_) return;
-  owner_->handleVlanIntf(*static_cast<const Orvo::IntfId*>(key));
+  if (!follows(attr, key, Interface::VlanIntfConfigDir::kEntry)) return;
+  owner()->handleVlanIntf(*static_cast<const Orvo::IntfId*>(key));
 }
 
 void CountersSm::ZatVlanIntfStatusDir::onAttribute(Zat::AttributeId attr, const void* key) {
-  if (attr != Interface::VlanIntfStatusDir::kEntry || !key || dying() || !owner_) return;
-  owner_->handleVlanIntf(*static_cast<const Orvo::IntfId*>(key));
+  if (!follows(attr, key, Interface::VlanIntfStatusDir::kEntry)) return;
+  owner()->handleVlanIntf(*static_cast<const Orvo::IntfId*>(key));
 }
 
 // --- construction ---

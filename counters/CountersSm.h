@@ -45,154 +45,101 @@ class CountersSm : public Vorn::VornBaseSm {
   // --- reactors: each follows one input and calls the owner's handler ---
 
   // Follows the `intf`, `cpuIntf` and `vlanIntf` sets of the common data.
-  class ZatReactVcsd : public Zat::NotifieeOf<Vorn::VornCommonSmData> {
+  class ZatReactVcsd : public Zat::OwnedReactor<CountersSm, Vorn::VornCommonSmData> {
    public:
-    ZatReactVcsd(const Zat::Ptr<const Vorn::VornCommonSmData>& notifier, CountersSm* owner)
-        : Zat::NotifieeOf<Vorn::VornCommonSmData>(notifier), owner_(owner) {}
+    using OwnedReactor::OwnedReactor;
     const char* fwkType() const override { return "Vorn::Counters::CountersSm::ZatReactVcsd"; }
     void onAttribute(Zat::AttributeId attr, const void* key) override;
-    // Cut by the owner as it dies: a reactor kept alive elsewhere calls nobody.
-    void ownerDel() { owner_ = nullptr; }
-
-   private:
-    CountersSm* owner_;
   };
 
   // Follows one interface's entry of the Ethernet configuration directory.
-  class ZatEthPhyIntfConfigDir : public Zat::NotifieeOf<Interface::AllEthPhyIntfConfigDir> {
+  class ZatEthPhyIntfConfigDir
+      : public Zat::OwnedReactor<CountersSm, Interface::AllEthPhyIntfConfigDir> {
    public:
-    ZatEthPhyIntfConfigDir(const Zat::Ptr<const Interface::AllEthPhyIntfConfigDir>& notifier,
-                           CountersSm* owner)
-        : Zat::NotifieeOf<Interface::AllEthPhyIntfConfigDir>(notifier), owner_(owner) {}
+    using OwnedReactor::OwnedReactor;
     const char* fwkType() const override {
       return "Vorn::Counters::CountersSm::ZatEthPhyIntfConfigDir";
     }
     void onAttribute(Zat::AttributeId attr, const void* key) override;
-    void ownerDel() { owner_ = nullptr; }
-
-   private:
-    CountersSm* owner_;
   };
 
   // Follows one interface's entry of the Ethernet status directory.
-  class ZatEthPhyIntfStatusDir : public Zat::NotifieeOf<Interface::AllEthPhyIntfStatusDir> {
+  class ZatEthPhyIntfStatusDir
+      : public Zat::OwnedReactor<CountersSm, Interface::AllEthPhyIntfStatusDir> {
    public:
-    ZatEthPhyIntfStatusDir(const Zat::Ptr<const Interface::AllEthPhyIntfStatusDir>& notifier,
-                           CountersSm* owner)
-        : Zat::NotifieeOf<Interface::AllEthPhyIntfStatusDir>(notifier), owner_(owner) {}
+    using OwnedReactor::OwnedReactor;
     const char* fwkType() const override {
       return "Vorn::Counters::CountersSm::ZatEthPhyIntfStatusDir";
     }
     void onAttribute(Zat::AttributeId attr, const void* key) override;
-    void ownerDel() { owner_ = nullptr; }
-
-   private:
-    CountersSm* owner_;
   };
 
   // Follows the clear requests of the hardware command-line configuration.
-  class ZatCliConfig : public Zat::NotifieeOf<Vorn::HwCliConfig> {
+  class ZatCliConfig : public Zat::OwnedReactor<CountersSm, Vorn::HwCliConfig> {
    public:
-    ZatCliConfig(const Zat::Ptr<const Vorn::HwCliConfig>& notifier, CountersSm* owner)
-        : Zat::NotifieeOf<Vorn::HwCliConfig>(notifier), owner_(owner) {}
+    using OwnedReactor::OwnedReactor;
     const char* fwkType() const override { return "Vorn::Counters::CountersSm::ZatCliConfig"; }
     void onAttribute(Zat::AttributeId attr, const void* key) override;
-    void ownerDel() { owner_ = nullptr; }
-
-   private:
-    CountersSm* owner_;
   };
 
   // Follows the policy-map types of the static slice status.
-  class ZatQosSliceHwStatus : public Zat::NotifieeOf<Qos::SliceHwStatus> {
+  class ZatQosSliceHwStatus : public Zat::OwnedReactor<CountersSm, Qos::SliceHwStatus> {
    public:
-    ZatQosSliceHwStatus(const Zat::Ptr<const Qos::SliceHwStatus>& notifier, CountersSm* owner)
-        : Zat::NotifieeOf<Qos::SliceHwStatus>(notifier), owner_(owner) {}
+    using OwnedReactor::OwnedReactor;
     const char* fwkType() const override {
       return "Vorn::Counters::CountersSm::ZatQosSliceHwStatus";
     }
     void onAttribute(Zat::AttributeId attr, const void* key) override;
-    void ownerDel() { owner_ = nullptr; }
-
-   private:
-    CountersSm* owner_;
   };
 
   // Follows the entities of the static slice status directory, by name.
-  class ZatQosSliceHwStatusDir : public Zat::NotifieeOf<Zat::Dir> {
+  class ZatQosSliceHwStatusDir : public Zat::OwnedReactor<CountersSm, Zat::Dir> {
    public:
-    ZatQosSliceHwStatusDir(const Zat::Ptr<const Zat::Dir>& notifier, CountersSm* owner)
-        : Zat::NotifieeOf<Zat::Dir>(notifier), owner_(owner) {}
+    using OwnedReactor::OwnedReactor;
     const char* fwkType() const override {
       return "Vorn::Counters::CountersSm::ZatQosSliceHwStatusDir";
     }
     void onAttribute(Zat::AttributeId attr, const void* key) override;
-    void ownerDel() { owner_ = nullptr; }
-
-   private:
-    CountersSm* owner_;
   };
 
   // Follows the policy-map types of the ACL ("dynamic") slice status.
-  class ZatQosAclSliceHwStatus : public Zat::NotifieeOf<Qos::AclSliceHwStatus> {
+  class ZatQosAclSliceHwStatus : public Zat::OwnedReactor<CountersSm, Qos::AclSliceHwStatus> {
    public:
-    ZatQosAclSliceHwStatus(const Zat::Ptr<const Qos::AclSliceHwStatus>& notifier, CountersSm* owner)
-        : Zat::NotifieeOf<Qos::AclSliceHwStatus>(notifier), owner_(owner) {}
+    using OwnedReactor::OwnedReactor;
     const char* fwkType() const override {
       return "Vorn::Counters::CountersSm::ZatQosAclSliceHwStatus";
     }
     void onAttribute(Zat::AttributeId attr, const void* key) override;
-    void ownerDel() { owner_ = nullptr; }
-
-   private:
-    CountersSm* owner_;
   };
 
   // Follows the entities of the ACL slice status directory, by name.
-  class ZatQosAclSliceHwStatusDir : public Zat::NotifieeOf<Zat::Dir> {
+  class ZatQosAclSliceHwStatusDir : public Zat::OwnedReactor<CountersSm, Zat::Dir> {
    public:
-    ZatQosAclSliceHwStatusDir(const Zat::Ptr<const Zat::Dir>& notifier, CountersSm* owner)
-        : Zat::NotifieeOf<Zat::Dir>(notifier), owner_(owner) {}
+    using OwnedReactor::OwnedReactor;
     const char* fwkType() const override {
       return "Vorn::Counters::CountersSm::ZatQosAclSliceHwStatusDir";
     }
     void onAttribute(Zat::AttributeId attr, const void* key) override;
-    void ownerDel() { owner_ = nullptr; }
-
-   private:
-    CountersSm* owner_;
   };
 
   // Follows one interface's entry of the VLAN interface configuration directory.
-  class ZatVlanIntfConfigDir : public Zat::NotifieeOf<Interface::VlanIntfConfigDir> {
+  class ZatVlanIntfConfigDir : public Zat::OwnedReactor<CountersSm, Interface::VlanIntfConfigDir> {
    public:
-    ZatVlanIntfConfigDir(const Zat::Ptr<const Interface::VlanIntfConfigDir>& notifier,
-                         CountersSm* owner)
-        : Zat::NotifieeOf<Interface::VlanIntfConfigDir>(notifier), owner_(owner) {}
+    using OwnedReactor::OwnedReactor;
     const char* fwkType() const override {
       return "Vorn::Counters::CountersSm::ZatVlanIntfConfigDir";
     }
     void onAttribute(Zat::AttributeId attr, const void* key) override;
-    void ownerDel() { owner_ = nullptr; }
-
-   private:
-    CountersSm* owner_;
   };
 
   // Follows one interface's entry of the VLAN interface status directory.
-  class ZatVlanIntfStatusDir : public Zat::NotifieeOf<Interface::VlanIntfStatusDir> {
+  class ZatVlanIntfStatusDir : public Zat::OwnedReactor<CountersSm, Interface::VlanIntfStatusDir> {
    public:
-    ZatVlanIntfStatusDir(const Zat::Ptr<const Interface::VlanIntfStatusDir>& notifier,
-                         CountersSm* owner)
-        : Zat::NotifieeOf<Interface::VlanIntfStatusDir>(notifier), owner_(owner) {}
+    using OwnedReactor::OwnedReactor;
     const char* fwkType() const override {
       return "Vorn::Counters::CountersSm::ZatVlanIntfStatusDir";
     }
     void onAttribute(Zat::AttributeId attr, const void* key) override;
-    void ownerDel() { owner_ = nullptr; }
-
-   private:
-    CountersSm* owner_;
   };
 
   using PortCountersSmCollection = Zat::ChildCollection<Orvo::IntfId, PortCountersSm>;

@@ -32,13 +32,15 @@ void EthStatistics::fieldIs(size_t index, uint64_t value) {
 
 EthStatistics operator-(const EthStatistics& a, const EthStatistics& b) {
   EthStatistics r;
-  for (size_t i = 0; i < EthStatistics::kFieldCount; ++i) r.fields_[i] = a.fields_[i] - b.fields_[i];
+  for (size_t i = 0; i < EthStatistics::kFieldCount; ++i)
+    r.fields_[i] = a.fields_[i] - b.fields_[i];
   return r;
 }
 
 EthStatistics operator+(const EthStatistics& a, const EthStatistics& b) {
   EthStatistics r;
-  for (size_t i = 0; i < EthStatistics::kFieldCount; ++i) r.fields_[i] = a.fields_[i] + b.fields_[i];
+  for (size_t i = 0; i < EthStatistics::kFieldCount; ++i)
+    r.fields_[i] = a.fields_[i] + b.fields_[i];
   return r;
 }
 

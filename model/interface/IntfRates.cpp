@@ -29,6 +29,9 @@ IntfRates updateIntfMovingAverages(IntfRates prev, const IntfStatistics& delta, 
   if (!std::isfinite(t)) return prev;
   IntfRates next = prev;
   next.lastUpdateTimeIs(t);
+  // A record never updated has no start time: its first delta covers everything
+  // counted since the hardware started, so it only starts the clock.
+  if (prev.lastUpdateTime() == 0.0) return next;
   double elapsed = t - prev.lastUpdateTime();
   auto weight =
       movingAverageWeight(elapsed, LoadInterval::effectiveSeconds(intfInterval, globalInterval));

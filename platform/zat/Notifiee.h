@@ -69,4 +69,25 @@ class NotifieeOf : public NotifieeConst {
   }
 };
 
+// A reactor owned by a state machine: follows a notifier of type T and calls
+// handlers of its owner. The owner cuts the back pointer as it dies, so a
+// reactor that something else still holds calls nobody.
+template <class Owner, class T>
+class OwnedReactor : public NotifieeOf<T> {
+ public:
+  OwnedReactor(const Ptr<const T>& notifier, Owner* owner)
+      : NotifieeOf<T>(notifier), owner_(owner) {}
+  void ownerDel() { owner_ = nullptr; }
+
+ protected:
+  Owner* owner() const { return owner_; }
+  // Whether a change of `attr` with `key` is one this reactor follows and may deliver.
+  bool follows(AttributeId attr, const void* key, AttributeId followed) const {
+    return attr == followed && key && !this->dying() && owner_;
+  }
+
+ private:
+  Owner* owner_;
+};
+
 }  // namespace Zat

@@ -253,27 +253,34 @@ TEST_F(PortCountersSmTest, RatesFollowPortLoadIntervalOverGlobal) {
   global->loadIntervalIs(Interface::LoadInterval(300.0));
   auto first = FakeCountersHelper::consistentReading(1000, 10);
   auto second = FakeCountersHelper::consistentReading(3000, 30);
+  auto third = FakeCountersHelper::consistentReading(7000, 70);
   sm = makeSm(2.0);
   serve(first);
   sm->initializedIs(true);
   advanceTo(1002.0);
   serve(second);
   advanceTo(1004.0);
+  serve(third);
+  advanceTo(1006.0);
 
   Interface::IntfStatistics delta1 = first.intfStats - Interface::IntfStatistics();
   delta1.statsUpdateTimeIs(1002.0);
   Interface::IntfStatistics delta2 = second.intfStats - first.intfStats;
   delta2.statsUpdateTimeIs(1004.0);
+  Interface::IntfStatistics delta3 = third.intfStats - second.intfStats;
+  delta3.statsUpdateTimeIs(1006.0);
   auto rates = [&](Interface::LoadInterval intfInterval) {
+    const Interface::LoadInterval global300(300.0);
     auto r1 = Interface::updateIntfMovingAverages(Interface::IntfRates(), delta1, 1002.0,
-                                                  intfInterval, Interface::LoadInterval(300.0));
-    return Interface::updateIntfMovingAverages(r1, delta2, 1004.0, intfInterval,
-                                               Interface::LoadInterval(300.0));
+                                                  intfInterval, global300);
+    auto r2 = Interface::updateIntfMovingAverages(r1, delta2, 1004.0, intfInterval, global300);
+    return Interface::updateIntfMovingAverages(r2, delta3, 1006.0, intfInterval, global300);
   };
   EXPECT_EQ(published().rates(), rates(Interface::LoadInterval(30.0)));
   EXPECT_NE(published().rates(), rates(Interface::LoadInterval()));
+  // The first poll only starts the rate clock.
   EXPECT_EQ(published().rates().sampleCount(), 2u);
-  EXPECT_EQ(published().rates().lastUpdateTime(), 1004.0);
+  EXPECT_EQ(published().rates().lastUpdateTime(), 1006.0);
 }
 
 TEST_F(PortCountersSmTest, InErrorsSumMismatchRaisesAssertionAndPublishesNothing) {

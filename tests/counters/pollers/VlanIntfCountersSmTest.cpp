@@ -145,23 +145,30 @@ TEST_F(VlanIntfCountersSmTest, RatesFollowVlanInterfaceLoadInterval) {
   advanceTo(1002.0);
   serve(5000, 50);
   advanceTo(1004.0);
+  serve(20000, 200);
+  advanceTo(1006.0);
 
-  Interface::IntfStatistics first;
-  first.inOctetsIs(1000);
-  first.outOctetsIs(1000);
-  first.inUcastPktsIs(10);
-  Interface::IntfStatistics second;
-  second.inOctetsIs(5000);
-  second.outOctetsIs(5000);
-  second.inUcastPktsIs(50);
+  auto reading = [](uint64_t octets, uint64_t pkts) {
+    Interface::IntfStatistics s;
+    s.inOctetsIs(octets);
+    s.outOctetsIs(octets);
+    s.inUcastPktsIs(pkts);
+    return s;
+  };
+  const Interface::IntfStatistics first = reading(1000, 10), second = reading(5000, 50),
+                                  third = reading(20000, 200);
   auto expectedWith = [&](Interface::LoadInterval intfInterval) {
     Interface::IntfStatistics d1 = first - Interface::IntfStatistics();
     d1.statsUpdateTimeIs(1002.0);
     Interface::IntfStatistics d2 = second - first;
     d2.statsUpdateTimeIs(1004.0);
-    auto r = Interface::updateIntfMovingAverages(Interface::IntfRates(), d1, 1002.0, intfInterval,
-                                                 global->loadInterval());
-    return Interface::updateIntfMovingAverages(r, d2, 1004.0, intfInterval, global->loadInterval());
+    Interface::IntfStatistics d3 = third - second;
+    d3.statsUpdateTimeIs(1006.0);
+    auto g = global->loadInterval();
+    auto r =
+        Interface::updateIntfMovingAverages(Interface::IntfRates(), d1, 1002.0, intfInterval, g);
+    r = Interface::updateIntfMovingAverages(r, d2, 1004.0, intfInterval, g);
+    return Interface::updateIntfMovingAverages(r, d3, 1006.0, intfInterval, g);
   };
   EXPECT_EQ(published().rates(), expectedWith(Interface::LoadInterval(30.0)));
   EXPECT_NE(published().rates(), expectedWith(Interface::LoadInterval()));

@@ -38,25 +38,38 @@ TEST(LoadInterval, InterfaceIntervalIsPreferredThenGlobalThenDefault) {
   EXPECT_TRUE(LoadInterval(5).isSet());
 }
 
-TEST(IntfRates, FirstPollGivesTheInstantaneousRate) {
+TEST(IntfRates, FirstPollOnlyStartsTheClock) {
+  // A new record's first delta is everything counted since the hardware started.
+  IntfRates r = updateIntfMovingAverages(IntfRates(), delta(123456789, 1000), 5.0, LoadInterval(),
+                                         LoadInterval());
+  IntfRates expected;
+  expected.lastUpdateTimeIs(5.0);
+  EXPECT_EQ(r, expected);
+}
+
+TEST(IntfRates, SecondPollGivesTheInstantaneousRate) {
   IntfStatistics d = delta(1000, 10);
   d.inMulticastPktsIs(4);
   d.inBroadcastPktsIs(6);
   d.outMulticastPktsIs(Pell::MaybeU63(2));
   d.outBroadcastPktsIs(8);
-  IntfRates r = updateIntfMovingAverages(IntfRates(), d, 10.0, LoadInterval(), LoadInterval(300));
+  IntfRates started;
+  started.lastUpdateTimeIs(5.0);
+  IntfRates r = updateIntfMovingAverages(started, d, 15.0, LoadInterval(), LoadInterval(300));
   EXPECT_DOUBLE_EQ(r.inBitsRate(), 800.0);  // 1000 octets * 8 / 10 s
   EXPECT_DOUBLE_EQ(r.inPktsRate(), 2.0);    // (10 + 4 + 6) / 10 s
   EXPECT_DOUBLE_EQ(r.outBitsRate(), 800.0);
   EXPECT_DOUBLE_EQ(r.outPktsRate(), 2.0);  // (10 + 2 + 8) / 10 s
-  EXPECT_EQ(r.lastUpdateTime(), 10.0);
+  EXPECT_EQ(r.lastUpdateTime(), 15.0);
   EXPECT_EQ(r.sampleCount(), 1u);
 }
 
 TEST(IntfRates, AbsentOutboundMulticastCountsAsNoPackets) {
   IntfStatistics d = delta(0, 10);
   d.outMulticastPktsIs(Pell::MaybeU63::absent());
-  IntfRates r = updateIntfMovingAverages(IntfRates(), d, 5.0, LoadInterval(), LoadInterval());
+  IntfRates started;
+  started.lastUpdateTimeIs(1.0);
+  IntfRates r = updateIntfMovingAverages(started, d, 6.0, LoadInterval(), LoadInterval());
   EXPECT_DOUBLE_EQ(r.outPktsRate(), 2.0);
 }
 
@@ -129,11 +142,14 @@ TEST(IntfRates, ZeroOrNegativeElapsedKeepsTheRatesAndNeverDividesByZero) {
   EXPECT_EQ(back.lastUpdateTime(), 40.0);  // the next span starts at the clock's present
 }
 
-TEST(IntfRates, FirstPollAtTimeZeroWaitsForTheNextPoll) {
+TEST(IntfRates, PollAtTimeZeroCannotStartTheClock) {
   IntfRates r =
       updateIntfMovingAverages(IntfRates(), delta(1000, 10), 0.0, LoadInterval(), LoadInterval());
   EXPECT_EQ(r, IntfRates());
   r = updateIntfMovingAverages(r, delta(1000, 10), 2.0, LoadInterval(), LoadInterval());
+  EXPECT_EQ(r.sampleCount(), 0u);
+  EXPECT_EQ(r.lastUpdateTime(), 2.0);
+  r = updateIntfMovingAverages(r, delta(1000, 10), 4.0, LoadInterval(), LoadInterval());
   EXPECT_DOUBLE_EQ(r.inBitsRate(), 4000.0);
   EXPECT_EQ(r.sampleCount(), 1u);
 }
