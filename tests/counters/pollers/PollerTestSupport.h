@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "pontil/Assert.h"
+#include "support/ErrorText.h"
 #include "support/FakeHelpers.h"
 
 namespace VornTest {
@@ -17,27 +18,6 @@ inline std::vector<double> timesOf(const FakeCountersHelper& helper, const std::
     if (helper.calls[i].rfind(prefix, 0) == 0) out.push_back(helper.callTimes[i]);
   }
   return out;
-}
-
-// The expression text of the assertion `f` raises; "" when it raises none.
-inline std::string assertTextOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Pontil::AssertException& e) {
-    return e.expression();
-  }
-  return "";
-}
-
-// The message of the exception of type E that `f` raises; "" when it raises none.
-template <class E>
-std::string messageOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const E& e) {
-    return e.what();
-  }
-  return "";
 }
 
 }  // namespace VornTest

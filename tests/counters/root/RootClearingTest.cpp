@@ -98,7 +98,7 @@ TEST_F(RootClearing, ClearingAllGoesOnPastADamagedEntryWithTheDefaultEntry) {
   in.allIntfCounters->counterIs(row(kEth1, 100, 1));
   in.allIntfCounters->counterIs(row(kEth2, 200, 2));
   RootTest::TableDamage shm(tables.ns(), TableNames::kAllIntfCounters);
-  ASSERT_TRUE(shm.damage(kEth1));
+  ASSERT_TRUE(shm.damage(kEth1.value()));
   clear("all");
   EXPECT_EQ(in.allIntfCounters->corruptionCount(), 1u);
   EXPECT_EQ(in.allIntfClearCounters->counter(kEth2), row(kEth2, 200, 2));

@@ -19,7 +19,9 @@
 #include "brim/SharedObject.h"
 #include "counters/CountersSm.h"
 #include "pontil/Assert.h"
+#include "support/ErrorText.h"
 #include "support/RootFixture.h"
+#include "support/TableDamage.h"
 #include "zat/Activity.h"
 #include "zat/Trace.h"
 
@@ -118,71 +120,9 @@ class TraceToLog {
   TraceToLog& operator=(const TraceToLog&) = delete;
 };
 
-// A second, read-write mapping of a table's shared memory, to damage the slot
-// of a key the way a stray write from another process would.
-class TableDamage {
- public:
-  TableDamage(const std::string& ns, const std::string& table)
-      : path_("/dev/shm/" + Brim::tableName(ns, table)) {
-    fd_ = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd_ < 0) throw std::runtime_error("cannot open " + path_);
-    struct stat st {};
-    ::fstat(fd_, &st);
-    size_ = static_cast<size_t>(st.st_size);
-    void* p = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
-    if (p == MAP_FAILED) throw std::runtime_error("cannot map " + path_);
-    base_ = static_cast<unsigned char*>(p);
-  }
-  ~TableDamage() {
-    ::munmap(base_, size_);
-    ::close(fd_);
-  }
-  TableDamage(const TableDamage&) = delete;
-  TableDamage& operator=(const TableDamage&) = delete;
+using VornTest::TableDamage;
 
-  // Flips bits of the second record word of the key's live slot, leaving the
-  // checksum stale. Returns false when the key has no live slot.
-  bool damage(Orvo::IntfId key) {
-    const auto& header = *reinterpret_cast<const Brim::Layout::TableHeader*>(base_);
-    for (uint32_t slot = 0; slot < header.slotCount; ++slot) {
-      uint64_t* w = reinterpret_cast<uint64_t*>(base_ + header.slotsOffset +
-                                                static_cast<uint64_t>(slot) * header.slotSize);
-      if (Brim::Layout::loadWord(w[Brim::Layout::kStateWord]) == Brim::Layout::kLive &&
-          Brim::Layout::loadWord(w[Brim::Layout::kKeyWord]) == key.value()) {
-        uint64_t& word = w[Brim::Layout::kSlotHeaderWords + 1];
-        Brim::Layout::storeWord(word, Brim::Layout::loadWord(word) ^ 0x5a5a5a5aULL);
-        return true;
-      }
-    }
-    return false;
-  }
-
- private:
-  std::string path_;
-  int fd_ = -1;
-  size_t size_ = 0;
-  unsigned char* base_ = nullptr;
-};
-
-// The expression text of the fatal assertion `f` raises; "" when none.
-inline std::string assertTextOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Pontil::AssertException& e) {
-    return e.expression();
-  }
-  return "";
-}
-
-// The message of the exception of type E that `f` raises; "" when none.
-template <class E>
-std::string messageOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const E& e) {
-    return e.what();
-  }
-  return "";
-}
+using VornTest::assertTextOf;
+using VornTest::messageOf;
 
 }  // namespace RootTest

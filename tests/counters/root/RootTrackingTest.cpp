@@ -83,7 +83,7 @@ TEST_F(RootTracking, ADamagedAclDropRowIsReportedAndTreatedAsMissing) {
   in.intfAclDropCountersDir->counterIs(Brim::Interface::DropCounter(kEth1, 5));
   initializedRootIs();
   RootTest::TableDamage shm(tables.ns(), TableNames::kIntfAclDropCountersDir);
-  ASSERT_TRUE(shm.damage(kEth1));
+  ASSERT_TRUE(shm.damage(kEth1.value()));
   Calls trace;
   {
     RootTest::TraceToLog capture(&trace, 6);

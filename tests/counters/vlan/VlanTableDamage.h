@@ -1,75 +1,8 @@
-// A second, read-write mapping of a published table's shared memory, through
-// which a test finds the slot that holds a key and damages it the way a stray
-// write from another process would, behind the writer's back.
+// The VLAN tests damage table slots through the shared test helper.
 #pragma once
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdint>
-#include <optional>
-#include <stdexcept>
-#include <string>
-
-#include "brim/Layout.h"
-#include "brim/SharedObject.h"
+#include "support/TableDamage.h"
 
 namespace VlanTest {
-
-class TableDamage {
- public:
-  TableDamage(const std::string& ns, const std::string& table)
-      : path_("/dev/shm/" + Brim::tableName(ns, table)) {
-    fd_ = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd_ < 0) throw std::runtime_error("cannot open " + path_);
-    struct stat st {};
-    ::fstat(fd_, &st);
-    size_ = static_cast<size_t>(st.st_size);
-    void* p = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
-    if (p == MAP_FAILED) throw std::runtime_error("cannot map " + path_);
-    base_ = static_cast<unsigned char*>(p);
-  }
-  ~TableDamage() {
-    ::munmap(base_, size_);
-    ::close(fd_);
-  }
-  TableDamage(const TableDamage&) = delete;
-  TableDamage& operator=(const TableDamage&) = delete;
-
-  const Brim::Layout::TableHeader& header() const {
-    return *reinterpret_cast<const Brim::Layout::TableHeader*>(base_);
-  }
-
-  // The slot holding `key` live, if any.
-  std::optional<uint32_t> liveSlotOf(uint64_t key) const {
-    for (uint32_t slot = 0; slot < header().slotCount; ++slot) {
-      const uint64_t* w = words(slot);
-      if (Brim::Layout::loadWord(w[Brim::Layout::kStateWord]) == Brim::Layout::kLive &&
-          Brim::Layout::loadWord(w[Brim::Layout::kKeyWord]) == key) {
-        return slot;
-      }
-    }
-    return std::nullopt;
-  }
-
-  // Flips bits of the record's first counter word without fixing the checksum.
-  void damageRecord(uint32_t slot) {
-    uint64_t& word = words(slot)[Brim::Layout::kSlotHeaderWords + 1];
-    Brim::Layout::storeWord(word, Brim::Layout::loadWord(word) ^ 0x5a5a5a5aULL);
-  }
-
- private:
-  uint64_t* words(uint32_t slot) const {
-    return reinterpret_cast<uint64_t*>(base_ + header().slotsOffset +
-                                       static_cast<uint64_t>(slot) * header().slotSize);
-  }
-
-  std::string path_;
-  int fd_ = -1;
-  size_t size_ = 0;
-  unsigned char* base_ = nullptr;
-};
-
+using VornTest::TableDamage;
 }  // namespace VlanTest
