@@ -190,36 +190,19 @@ CountersSm::CountersSm(
       allIntfCounters_(allIntfCounters),
       allIntfClearCounters_(allIntfClearCounters) {
   // Reactors in attribute order, each switched on as soon as it exists.
-  if (ethPhyIntfConfigDir_) {
-    zatEthPhyIntfConfigDir_ = new ZatEthPhyIntfConfigDir(ethPhyIntfConfigDir_, this);
-    zatEthPhyIntfConfigDir_->hasNotificationActiveIs(true);
-  }
-  if (ethPhyIntfStatusDir_) {
-    zatEthPhyIntfStatusDir_ = new ZatEthPhyIntfStatusDir(ethPhyIntfStatusDir_, this);
-    zatEthPhyIntfStatusDir_->hasNotificationActiveIs(true);
-  }
-  if (cliConfig_) {
-    zatCliConfig_ = new ZatCliConfig(cliConfig_, this);
-    zatCliConfig_->hasNotificationActiveIs(true);
-  }
+  zatEthPhyIntfConfigDir_ =
+      Zat::activeReactorIs<ZatEthPhyIntfConfigDir>(ethPhyIntfConfigDir_, this);
+  zatEthPhyIntfStatusDir_ =
+      Zat::activeReactorIs<ZatEthPhyIntfStatusDir>(ethPhyIntfStatusDir_, this);
+  zatCliConfig_ = Zat::activeReactorIs<ZatCliConfig>(cliConfig_, this);
   if (qosSliceHwStatus_) zatQosSliceHwStatus_ = newQosSliceHwStatus(qosSliceHwStatus_);
-  if (qosSliceHwStatusDir_) {
-    zatQosSliceHwStatusDir_ = new ZatQosSliceHwStatusDir(qosSliceHwStatusDir_, this);
-    zatQosSliceHwStatusDir_->hasNotificationActiveIs(true);
-  }
+  zatQosSliceHwStatusDir_ =
+      Zat::activeReactorIs<ZatQosSliceHwStatusDir>(qosSliceHwStatusDir_, this);
   if (qosAclSliceHwStatus_) zatQosAclSliceHwStatus_ = newQosAclSliceHwStatus(qosAclSliceHwStatus_);
-  if (qosAclSliceHwStatusDir_) {
-    zatQosAclSliceHwStatusDir_ = new ZatQosAclSliceHwStatusDir(qosAclSliceHwStatusDir_, this);
-    zatQosAclSliceHwStatusDir_->hasNotificationActiveIs(true);
-  }
-  if (vlanIntfConfigDir_) {
-    zatVlanIntfConfigDir_ = new ZatVlanIntfConfigDir(vlanIntfConfigDir_, this);
-    zatVlanIntfConfigDir_->hasNotificationActiveIs(true);
-  }
-  if (vlanIntfStatusDir_) {
-    zatVlanIntfStatusDir_ = new ZatVlanIntfStatusDir(vlanIntfStatusDir_, this);
-    zatVlanIntfStatusDir_->hasNotificationActiveIs(true);
-  }
+  zatQosAclSliceHwStatusDir_ =
+      Zat::activeReactorIs<ZatQosAclSliceHwStatusDir>(qosAclSliceHwStatusDir_, this);
+  zatVlanIntfConfigDir_ = Zat::activeReactorIs<ZatVlanIntfConfigDir>(vlanIntfConfigDir_, this);
+  zatVlanIntfStatusDir_ = Zat::activeReactorIs<ZatVlanIntfStatusDir>(vlanIntfStatusDir_, this);
   // Last, so that no interface set change reaches a half-built root.
   reactVcsdIs(vcsd);
 }

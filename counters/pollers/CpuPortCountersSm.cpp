@@ -36,10 +36,7 @@ CpuPortCountersSm::CpuPortCountersSm(
       counterPollPeriod_(counterPollPeriod),
       clock_(clock),
       platformHelper_(platformHelper) {
-  if (clock_) {
-    zatClock_ = new ZatClock(clock_, this);
-    zatClock_->hasNotificationActiveIs(true);
-  }
+  zatClock_ = Zat::activeReactorIs<ZatClock>(clock_, this);
 }
 
 CpuPortCountersSm::~CpuPortCountersSm() {

@@ -37,10 +37,7 @@ IntfAclDropCountersSm::IntfAclDropCountersSm(
       intfAclDropCounter_(intfAclDropCounter),
       intfAclDropCountersDir_(intfAclDropCountersDir),
       platformHelper_(platformHelper) {
-  if (clock_) {
-    zatClock_ = new ZatClock(clock_, this);
-    zatClock_->hasNotificationActiveIs(true);
-  }
+  zatClock_ = Zat::activeReactorIs<ZatClock>(clock_, this);
   // The root never sets initialized on this machine: it starts itself.
   handleInitialized();
 }

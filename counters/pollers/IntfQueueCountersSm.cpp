@@ -98,10 +98,7 @@ IntfQueueCountersSm::IntfQueueCountersSm(
       ethPhyIntfConfigDir_(ethPhyIntfConfigDir),
       allIntfQueueCounters_(allIntfQueueCounters),
       allIntfClearQueueCounters_(allIntfClearQueueCounters) {
-  if (clock_) {
-    zatClock_ = new ZatClock(clock_, this);
-    zatClock_->hasNotificationActiveIs(true);
-  }
+  zatClock_ = Zat::activeReactorIs<ZatClock>(clock_, this);
 }
 
 IntfQueueCountersSm::~IntfQueueCountersSm() {

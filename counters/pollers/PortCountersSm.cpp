@@ -80,18 +80,9 @@ PortCountersSm::PortCountersSm(
       globalIntfConfig_(globalIntfConfig),
       allIntfCounters_(allIntfCounters),
       allIntfClearCounters_(allIntfClearCounters) {
-  if (cliCounterConfig_) {
-    zatCliCounterConfig_ = new ZatCliCounterConfig(cliCounterConfig_, this);
-    zatCliCounterConfig_->hasNotificationActiveIs(true);
-  }
-  if (clock_) {
-    zatClock_ = new ZatClock(clock_, this);
-    zatClock_->hasNotificationActiveIs(true);
-  }
-  if (globalIntfConfig_) {
-    zatGlobalIntfConfig_ = new ZatGlobalIntfConfig(globalIntfConfig_);
-    zatGlobalIntfConfig_->hasNotificationActiveIs(true);
-  }
+  zatCliCounterConfig_ = Zat::activeReactorIs<ZatCliCounterConfig>(cliCounterConfig_, this);
+  zatClock_ = Zat::activeReactorIs<ZatClock>(clock_, this);
+  zatGlobalIntfConfig_ = Zat::activeReactorIs<ZatGlobalIntfConfig>(globalIntfConfig_);
 }
 
 PortCountersSm::~PortCountersSm() {

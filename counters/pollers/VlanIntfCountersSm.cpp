@@ -50,14 +50,8 @@ VlanIntfCountersSm::VlanIntfCountersSm(
       vlanIntfConfig_(vlanIntfConfig),
       vlanIntfStatus_(vlanIntfStatus),
       allVlanIntfCounters_(allVlanIntfCounters) {
-  if (clock_) {
-    zatClock_ = new ZatClock(clock_, this);
-    zatClock_->hasNotificationActiveIs(true);
-  }
-  if (globalIntfConfig_) {
-    zatGlobalIntfConfig_ = new ZatGlobalIntfConfig(globalIntfConfig_);
-    zatGlobalIntfConfig_->hasNotificationActiveIs(true);
-  }
+  zatClock_ = Zat::activeReactorIs<ZatClock>(clock_, this);
+  zatGlobalIntfConfig_ = Zat::activeReactorIs<ZatGlobalIntfConfig>(globalIntfConfig_);
 }
 
 VlanIntfCountersSm::~VlanIntfCountersSm() {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <type_traits>
+#include <utility>
 
 #include "zat/Ptr.h"
 
@@ -89,5 +90,15 @@ class OwnedReactor : public NotifieeOf<T> {
  private:
   Owner* owner_;
 };
+
+// Creates reactor R on `input` (with the owner's further arguments) and switches
+// its notifications on; null when the input is null, as a missing input has no reactor.
+template <class R, class In, class... Args>
+Ptr<R> activeReactorIs(const In& input, Args&&... args) {
+  if (!input) return Ptr<R>();
+  Ptr<R> reactor(new R(input, std::forward<Args>(args)...));
+  reactor->hasNotificationActiveIs(true);
+  return reactor;
+}
 
 }  // namespace Zat
