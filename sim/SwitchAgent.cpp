@@ -199,18 +199,34 @@ void SwitchAgent::start() {
     Zat::GenericArgs args{Zat::GenericValue(std::string("copp-system-policy")),
                           Zat::GenericValue(Zat::Ptr<Zat::PtrInterface>(policy->ptr())),
                           Zat::GenericValue(Zat::Ptr<Zat::PtrInterface>(helper_.ptr()))};
-    typeSm->genericInvoke("coppSmIs", args);
-    auto cls = Zat::childOf(*typeSm, "coppSm", "copp-system-policy");
-    if (cls) {
-      const_cast<Zat::PtrInterface*>(cls)->genericInvoke("initializedIs",
-                                                         {Zat::GenericValue(true)});
+    coppClassSm_ = typeSm->genericInvoke("coppSmIs", args).asObject("coppSm");
+    if (coppClassSm_) {
+      coppClassSm_->genericInvoke("initializedIs", {Zat::GenericValue(true)});
+      // The policy owner refreshes every class once per poll period by re-running
+      // the class machine's walk, as the hardware status would on each change.
+      coppRefresh_ = new CoppRefresh(Zat::activityManager()->config()->clock(), this);
+      coppRefresh_->hasNotificationActiveIs(true);
+      if (topology_.pollPeriod > 0) {
+        coppRefresh_->timeMinIs(Zat::System::currentTime() + topology_.pollPeriod);
+      }
     }
   }
   lastCpuSeconds_ = cpuSeconds();
   lastStatusTime_ = Zat::System::currentTime();
 }
 
+void SwitchAgent::CoppRefresh::handleTime() {
+  if (!agent_->coppClassSm_ || agent_->topology_.pollPeriod <= 0) return;
+  agent_->coppClassSm_->genericInvoke("handleInitialized", {});
+  timeMinIs(Zat::System::currentTime() + agent_->topology_.pollPeriod);
+}
+
 void SwitchAgent::stop() {
+  if (coppRefresh_) {
+    coppRefresh_->timeMinIs(Zat::Clock::kNever);
+    coppRefresh_ = nullptr;
+  }
+  coppClassSm_ = nullptr;
   if (vlanRoot_) {
     vlanRoot_->zatDoZombieReactors(true);
     vlanRoot_ = nullptr;

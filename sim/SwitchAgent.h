@@ -50,6 +50,17 @@ class SwitchAgent {
   const Zat::Ptr<Vorn::Counters::VlanCountersSm>& vlanRoot() const { return vlanRoot_; }
 
  private:
+  // Re-runs the policing class walk once per poll period.
+  class CoppRefresh : public Zat::Clock::Notifiee {
+   public:
+    CoppRefresh(const Zat::Ptr<const Zat::Clock>& clock, SwitchAgent* agent)
+        : Zat::Clock::Notifiee(clock), agent_(agent) {}
+    void handleTime() override;
+
+   private:
+    SwitchAgent* agent_;
+  };
+
   std::string clearCommand(const std::vector<std::string>& words);
   std::string intfCommand(const std::vector<std::string>& words);
   std::string chipCommand(const std::vector<std::string>& words);
@@ -96,6 +107,8 @@ class SwitchAgent {
   Zat::Ptr<SimVlanCountersHelper> vlanHelper_;
   Zat::Ptr<Vorn::Counters::CountersSm> root_;
   Zat::Ptr<Vorn::Counters::VlanCountersSm> vlanRoot_;
+  Zat::Ptr<Zat::PtrInterface> coppClassSm_;
+  Zat::Ptr<CoppRefresh> coppRefresh_;
 
   // For the status line: CPU time and polls at the previous status line.
   double lastCpuSeconds_ = 0;
