@@ -103,17 +103,10 @@ SimChip::SimChip(const Topology& topology) : topology_(topology) {
 void SimChip::advanceTo(double t) {
   if (!started_) {
     started_ = true;
-    now_ = t;
+    start_ = now_ = t;
     return;
   }
-  if (t <= now_) return;
-  double dt = t - now_;
-  now_ = t;
-  for (auto& [id, p] : ports_) {
-    if (p.up) p.activeSeconds += dt;
-  }
-  for (auto& [v, p] : vlans_) p.activeSeconds += dt;
-  for (auto& [c, p] : coppClasses_) p.activeSeconds += dt;
+  if (t > now_) now_ = t;
 }
 
 SimChip::Port& SimChip::port(Orvo::IntfId id) {
@@ -126,20 +119,29 @@ const SimChip::Port& SimChip::port(Orvo::IntfId id) const {
   return const_cast<SimChip*>(this)->port(id);
 }
 
-void SimChip::portUpIs(Orvo::IntfId id, bool up) { port(id).up = up; }
+void SimChip::portUpIs(Orvo::IntfId id, bool up) {
+  Port& p = port(id);
+  if (up == p.up) return;
+  if (up) {
+    p.downSeconds += now_ - p.downSince;
+  } else {
+    p.downSince = now_;
+  }
+  p.up = up;
+}
 bool SimChip::portUp(Orvo::IntfId id) const { return port(id).up; }
 PortTraffic SimChip::traffic(Orvo::IntfId id) const { return port(id).traffic; }
 
 void SimChip::portCountersReset(Orvo::IntfId id) {
   Port& p = port(id);
   for (auto& c : p.counters)
-    c.offset = uint64_t{0} - static_cast<uint64_t>(c.rate * p.activeSeconds);
+    c.offset = uint64_t{0} - static_cast<uint64_t>(c.rate * activeSeconds(p));
 }
 
 void SimChip::portCountersWrapSoon(Orvo::IntfId id, uint64_t below) {
   Port& p = port(id);
   for (auto& c : p.counters) {
-    c.offset = (uint64_t{0} - below) - static_cast<uint64_t>(c.rate * p.activeSeconds);
+    c.offset = (uint64_t{0} - below) - static_cast<uint64_t>(c.rate * activeSeconds(p));
   }
 }
 

@@ -78,18 +78,27 @@ class SimChip {
   struct Port {
     PortTraffic traffic;
     bool up = true;
-    double activeSeconds = 0;
+    // Seconds spent down before the current state, and when the port went down.
+    double downSeconds = 0;
+    double downSince = 0;
     size_t queues = 0;  // egress queues; their counters follow the port counters
     // Index i of the counters below: see SimChip.cpp's counter layout.
     std::vector<RateCounter> counters;
   };
   Port& port(Orvo::IntfId id);
   const Port& port(Orvo::IntfId id) const;
-  uint64_t counter(const Port& p, size_t i) const { return p.counters[i].value(p.activeSeconds); }
+  // Seconds the port has carried traffic, computed on demand so that moving the
+  // chip's time costs nothing however many ports and VLANs it has.
+  double activeSeconds(const Port& p) const {
+    if (!started_) return 0;
+    return (now_ - start_) - p.downSeconds - (p.up ? 0.0 : now_ - p.downSince);
+  }
+  uint64_t counter(const Port& p, size_t i) const { return p.counters[i].value(activeSeconds(p)); }
 
   Topology topology_;
   double now_ = 0;
   bool started_ = false;
+  double start_ = 0;
   std::vector<Orvo::IntfId> ethPorts_, fabricPorts_, vlanIntfs_;
   std::map<Orvo::IntfId, Port> ports_;  // Ethernet, fabric, VLAN interfaces, CPU
   std::map<uint16_t, Port> vlans_;
