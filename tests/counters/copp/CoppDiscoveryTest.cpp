@@ -195,6 +195,46 @@ TYPED_TEST(CoppDiscovery, TypeMachineFollowsItsPolicyMapsUnderTheRoot) {
                                                 "coppClassCountersUpdate(copp-system-bgp)"}));
 }
 
+TYPED_TEST(CoppDiscovery, EndToEndFromTheDirectoryToTheHelperThroughTheGenericInterface) {
+  // The root starts with only the directory; the slice arrives as its entity.
+  this->root = TypeParam::rootIs(this->vcsd, this->helper, nullptr, this->dir);
+  this->root->initializedIs(true);
+  this->helper->clearCalls();
+  this->dir->entityIs("slice0", this->slice);
+  ASSERT_EQ(TypeParam::followed(*this->root), this->slice);
+  EXPECT_FALSE(this->typeSm());
+
+  auto entry = this->slice->pmapTypeIs(Qos::MapType::mapControlPlane);
+  auto sm = this->typeSm();
+  ASSERT_TRUE(sm);
+  auto pmap = entry->pmapIs(inputKey("copp-system-policy"));
+  pmap->classIs("copp-system-bgp", true);
+  pmap->classIs("copp-system-arp", true);
+
+  // The party that owns the control-plane policy adds the class machine.
+  Zat::PtrInterface& typeSmGeneric = *sm;
+  auto child =
+      typeSmGeneric
+          .genericInvoke("coppSmIs",
+                         {Zat::GenericValue(std::string("copp-system-policy")),
+                          Zat::GenericValue(Zat::Ptr<Zat::PtrInterface>(pmap.ptr())),
+                          Zat::GenericValue(Zat::Ptr<Zat::PtrInterface>(this->helper.ptr()))})
+          .asObject("coppSm");
+  ASSERT_TRUE(child);
+  EXPECT_EQ(this->helper->calls, Calls{});
+  child->genericInvoke("initializedIs", {Zat::GenericValue(true)});
+  EXPECT_EQ(sorted(this->helper->calls), (Calls{"coppClassCountersUpdate(copp-system-arp)",
+                                                "coppClassCountersUpdate(copp-system-bgp)"}));
+
+  // Each later class change reaches the helper once, for present classes only.
+  this->helper->clearCalls();
+  pmap->classIs("copp-system-lldp", true);
+  EXPECT_EQ(this->helper->calls, Calls{"coppClassCountersUpdate(copp-system-lldp)"});
+  this->helper->clearCalls();
+  pmap->classDel("copp-system-bgp");
+  EXPECT_EQ(this->helper->calls, Calls{});
+}
+
 TYPED_TEST(CoppDiscovery, DoPrepareToDieOnTheRootsTypeMachineEmptiesItsChildren) {
   this->makeRoot();
   auto entry = this->slice->pmapTypeIs(Qos::MapType::mapControlPlane);
