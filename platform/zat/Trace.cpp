@@ -71,13 +71,13 @@ void reset() {
   recomputeAny(s);
 }
 
-void configure(std::string_view spec) {
+void configure(std::string_view settings) {
   size_t pos = 0;
-  while (pos < spec.size()) {
-    size_t comma = spec.find(',', pos);
+  while (pos < settings.size()) {
+    size_t comma = settings.find(',', pos);
     std::string_view item =
-        spec.substr(pos, comma == std::string_view::npos ? spec.npos : comma - pos);
-    pos = comma == std::string_view::npos ? spec.size() : comma + 1;
+        settings.substr(pos, comma == std::string_view::npos ? settings.npos : comma - pos);
+    pos = comma == std::string_view::npos ? settings.size() : comma + 1;
     if (item.empty()) continue;
     size_t eq = item.find('=');
     if (eq == std::string_view::npos || eq == 0 || eq + 1 >= item.size()) {

@@ -21,7 +21,7 @@ int level(std::string_view module);
 // Disables every module and restores the environment-free default (all off).
 void reset();
 // Parses "mod=level,mod2=level" into levelIs calls; raises std::invalid_argument on bad text.
-void configure(std::string_view spec);
+void configure(std::string_view settings);
 bool enabled(std::string_view module, int level);
 void sinkIs(Sink sink);
 // Restores the stderr sink.

@@ -27,9 +27,9 @@ class Trace : public ::testing::Test {
     Zat::Trace::reset();
     Zat::Trace::sinkDel();
   }
-  std::string configureError(std::string_view spec) {
+  std::string configureError(std::string_view settings) {
     try {
-      Zat::Trace::configure(spec);
+      Zat::Trace::configure(settings);
     } catch (const std::invalid_argument& e) {
       return e.what();
     }
