@@ -209,7 +209,8 @@ CountersSm::CountersSm(
 
 CountersSm::~CountersSm() {
   // Reverse attribute order; collections are emptied (children marked zombies)
-  // before their storage goes.
+  // before their storage goes, and inputs go with their reactors. The virtual
+  // setters are called by name: a derived machine is already gone here.
   allIntfClearCounters_ = nullptr;
   allIntfCounters_ = nullptr;
   allIntfClearQueueCounters_ = nullptr;
@@ -218,23 +219,16 @@ CountersSm::~CountersSm() {
   vlanIntfCountersSmDelAll();
   vlanIntfCounterWriterStatus_ = nullptr;
   allVlanIntfCounters_ = nullptr;
-  dropReactor(zatVlanIntfStatusDir_);
-  vlanIntfStatusDir_ = nullptr;
-  dropReactor(zatVlanIntfConfigDir_);
-  vlanIntfConfigDir_ = nullptr;
+  vlanIntfStatusDirDel();
+  vlanIntfConfigDirDel();
   cpuPortCountersSmDelAll();
   coppDynamicTypeSmDelAll();
-  dropReactor(zatQosAclSliceHwStatusDir_);
-  qosAclSliceHwStatusDir_ = nullptr;
-  dropReactor(zatQosAclSliceHwStatus_);
-  qosAclSliceHwStatus_ = nullptr;
+  qosAclSliceHwStatusDirDel();
+  CountersSm::qosAclSliceHwStatusDel();
   coppTypeSmDelAll();
-  dropReactor(zatQosSliceHwStatusDir_);
-  qosSliceHwStatusDir_ = nullptr;
-  dropReactor(zatQosSliceHwStatus_);
-  qosSliceHwStatus_ = nullptr;
-  dropReactor(zatCliConfig_);
-  cliConfig_ = nullptr;
+  qosSliceHwStatusDirDel();
+  CountersSm::qosSliceHwStatusDel();
+  cliConfigDel();
   aclDropConfig_ = nullptr;
   ethIntfCounterWriterStatus_ = nullptr;
   writerConfig_ = nullptr;
@@ -245,10 +239,8 @@ CountersSm::~CountersSm() {
   globalIntfConfig_ = nullptr;
   platformHelper_ = nullptr;
   cliCounterConfig_ = nullptr;
-  dropReactor(zatEthPhyIntfStatusDir_);
-  ethPhyIntfStatusDir_ = nullptr;
-  dropReactor(zatEthPhyIntfConfigDir_);
-  ethPhyIntfConfigDir_ = nullptr;
+  ethPhyIntfStatusDirDel();
+  ethPhyIntfConfigDirDel();
 }
 
 // --- input removal ---
