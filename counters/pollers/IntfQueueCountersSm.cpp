@@ -38,19 +38,6 @@ int64_t increment(uint64_t now, uint64_t before) {
   return d < 0 ? 0 : d;
 }
 
-// The queue entries of a helper reading, readable up to the array's capacity.
-// The reading's count is data like any other field; a count above 17 must get
-// through the first 17 queues and fail on the index check of queue 17, so the
-// entries are read from a copy whose count is clipped (the count is the first
-// field of the array, which the shared-memory layout fixes).
-IntfQueueCounter::QueueStatArray readableEntries(const IntfQueueCounter::QueueStatArray& stats) {
-  static_assert(std::is_standard_layout_v<IntfQueueCounter::QueueStatArray>);
-  IntfQueueCounter::QueueStatArray copy = stats;
-  uint32_t count = std::min<uint32_t>(stats.storedCount(), IntfQueueCounter::kMaxQueues);
-  std::memcpy(static_cast<void*>(&copy), &count, sizeof count);
-  return copy;
-}
-
 }  // namespace
 
 // --- reactor ---
@@ -195,11 +182,12 @@ void IntfQueueCountersSm::updateCounters() {
         intfInterval = config->loadInterval();
       }
     }
-    IntfQueueCounter::QueueStatArray readable = readableEntries(reading.intfQueueStatArray());
 
     for (uint32_t i = 0; i < entries; ++i) {
       QueueIndex q(i);  // raises the range error at 17: nothing is published
-      IntfQueueStat n = readable.element(i);
+      // The reading's count is data like any other field: a count above 17 gets
+      // through the first 17 queues and fails on the index check above.
+      IntfQueueStat n = reading.intfQueueStatArray().rawElement(i);
       uint64_t txOctets = n.txOctets();
       uint64_t txPkts = n.txPkts();
       uint64_t dropOctets = n.dropOctets();
