@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The main job: builds the simulated switch and runs it with the embedded default
 # switch for about 20 seconds, showing live counters from a separate reader
-# process, then stops it cleanly. Extra arguments go to vorn-sim.
+# process, then stops it cleanly. Extra arguments go to vorn-sim (vorn-agent on the simulated platform).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -10,7 +10,7 @@ cmake --build --preset release -j "$(nproc)" --target vorn-sim vornctl
 bin=build/release
 ns="demo$$"
 sock="/tmp/vorn-$ns.sock"
-"$bin/sim/vorn-sim" -n "$ns" --duration 22 --status-interval 5 "$@" &
+"$bin/agent/vorn-sim" -n "$ns" --duration 22 --status-interval 5 "$@" &
 agent=$!
 trap 'kill $agent 2>/dev/null || true' EXIT
 # Wait for the agent's socket (it publishes right after start-up).

@@ -6,7 +6,8 @@
 #include <map>
 
 #include "brim/Brim.h"
-#include "sim/SimRecords.h"
+#include "readers/PublishedTables.h"
+#include "readers/TableAccess.h"
 #include "tables/CounterTables.h"
 
 namespace Ctl {
@@ -15,44 +16,9 @@ namespace {
 
 using Json = nlohmann::json;
 
-template <class Record>
-std::unique_ptr<Brim::TableReader<Record>> openTable(const std::string& ns, const std::string& t) {
-  try {
-    return Brim::TableReader<Record>::open(ns, t);
-  } catch (const Brim::TableMissingException&) {
-    throw ViewError("table " + ns + "." + t + " does not exist (is the agent running with -n " +
-                    ns + "?)");
-  } catch (const Pontil::CorruptionDetectedException& e) {
-    throw ViewError("table " + ns + "." + t + " is damaged: " + e.what());
-  } catch (const std::exception& e) {
-    throw ViewError("table " + ns + "." + t + ": " + e.what());
-  }
-}
-
-// All records of a table, sorted by key; a damaged table is a one-line error.
-template <class Record>
-std::vector<Record> readAll(const Brim::TableReader<Record>& table, const std::string& what) {
-  std::vector<Record> out;
-  try {
-    table.forEach([&](const Record& r) { out.push_back(r); });
-  } catch (const Pontil::CorruptionDetectedException& e) {
-    throw ViewError("table " + what + " is damaged: " + e.what());
-  }
-  std::sort(out.begin(), out.end(),
-            [](const Record& a, const Record& b) { return a.key() < b.key(); });
-  return out;
-}
-
-template <class Record>
-Record baselineOf(const Brim::TableReader<Record>* table, const typename Record::Key& key) {
-  if (!table) return Record();
-  try {
-    auto r = table->find(key);
-    return r ? *r : Record();
-  } catch (const Pontil::CorruptionDetectedException& e) {
-    throw ViewError(std::string("baseline table is damaged: ") + e.what());
-  }
-}
+using Readers::baselineOf;
+using Readers::openTable;
+using Readers::readAll;
 
 std::string num(uint64_t v) { return std::to_string(v); }
 std::string rate(double v) { return fmt::format("{:.1f}", v); }
@@ -141,8 +107,10 @@ View queueView(const std::string& ns, const std::string& filter) {
   auto totals = openTable<IntfQueueCounter>(ns, TableNames::kAllIntfQueueCounters);
   std::unique_ptr<Brim::TableReader<IntfQueueCounter>> clears;
   try {
-    clears = Brim::TableReader<IntfQueueCounter>::open(ns, TableNames::kAllIntfClearQueueCounters);
-  } catch (const std::exception&) {
+    clears =
+        Readers::openOptionalTable<IntfQueueCounter>(ns, TableNames::kAllIntfClearQueueCounters);
+  } catch (const Readers::ReadError&) {
+    // A damaged baseline table reads as no clear yet; the totals are still shown.
   }
   View v;
   v.header = {"Port", "Queue", "TxOctets", "TxPkts", "DropOctets", "DropPkts", "TxMbps"};
@@ -252,10 +220,10 @@ View vlanView(const std::string& ns, const std::string& filter) {
 }
 
 View cpuView(const std::string& ns) {
-  auto table = openTable<Sim::CpuPortCounter>(ns, Sim::kCpuIntfCountersTable);
+  auto table = openTable<Published::CpuPortCounter>(ns, Published::kCpuIntfCountersTable);
   View v;
   v.header = {"Port", "InOctets", "InUcastPkts", "OutOctets", "OutUcastPkts"};
-  for (const auto& r : readAll(*table, Sim::kCpuIntfCountersTable)) {
+  for (const auto& r : readAll(*table, Published::kCpuIntfCountersTable)) {
     const auto& s = r.statistics;
     v.rows.push_back({r.intfId.stringValue(), num(s.inOctets()), num(s.inUcastPkts()),
                       num(s.outOctets()), num(s.outUcastPkts())});
@@ -269,10 +237,10 @@ View cpuView(const std::string& ns) {
 }
 
 View coppView(const std::string& ns) {
-  auto table = openTable<Sim::CoppClassCounter>(ns, Sim::kCoppClassCountersTable);
+  auto table = openTable<Published::CoppClassCounter>(ns, Published::kCoppClassCountersTable);
   View v;
   v.header = {"Class", "Pkts", "Octets", "DropPkts", "DropOctets"};
-  auto all = readAll(*table, Sim::kCoppClassCountersTable);
+  auto all = readAll(*table, Published::kCoppClassCountersTable);
   std::sort(all.begin(), all.end(),
             [](const auto& a, const auto& b) { return a.nameText() < b.nameText(); });
   for (const auto& r : all) {

@@ -8,13 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "readers/TableAccess.h"
+
 namespace Ctl {
 
 // A one-line, user-facing error (missing table, damaged table, unknown interface).
-class ViewError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
+using ViewError = Readers::ReadError;
 
 // A rendered view: rows for the text table and the same data as JSON.
 struct View {

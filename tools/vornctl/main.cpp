@@ -13,7 +13,7 @@
 #include <chrono>
 #include <thread>
 
-#include "sim/CommandSocket.h"
+#include "readers/ControlClient.h"
 #include "tools/vornctl/Views.h"
 
 namespace {
@@ -62,7 +62,7 @@ std::string renderOnce(const std::string& ns, const ShowRequest& r, bool json) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"vornctl: show the counters a running vorn-sim agent publishes"};
+  CLI::App app{"vornctl: show the counters a running agent publishes"};
   std::string ns = "vorn";
   std::string socketPath;
   bool json = false;
@@ -79,7 +79,7 @@ int main(int argc, char** argv) {
   app.add_option("command", words, "show ... | watch show ... | clear ... | update ...")
       ->required();
   CLI11_PARSE(app, argc, argv);
-  if (socketPath.empty()) socketPath = "/tmp/vorn-" + ns + ".sock";
+  if (socketPath.empty()) socketPath = Readers::defaultSocketPath(ns);
 
   try {
     const std::string verb = words[0];
@@ -106,7 +106,7 @@ int main(int argc, char** argv) {
     if (verb == "clear" || verb == "update") {
       std::string line;
       for (const auto& w : words) line += (line.empty() ? "" : " ") + w;
-      std::string reply = Sim::sendCommand(socketPath, line);
+      std::string reply = Readers::sendCommand(socketPath, line);
       if (reply.rfind("ok", 0) == 0) {
         fmt::print("{}\n", reply);
         return 0;

@@ -1,0 +1,110 @@
+#include "agent/CommandSocket.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+#include "zat/Activity.h"
+
+namespace Agent {
+
+namespace {
+constexpr size_t kMaxLine = 4096;
+
+sockaddr_un addressOf(const std::string& path) {
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  if (path.size() >= sizeof(addr.sun_path)) {
+    throw std::runtime_error("socket path too long: " + path);
+  }
+  std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+  return addr;
+}
+
+void writeAll(int fd, const std::string& data) {
+  size_t off = 0;
+  while (off < data.size()) {
+    ssize_t n = ::send(fd, data.data() + off, data.size() - off, MSG_NOSIGNAL);
+    if (n <= 0) {
+      if (n < 0 && errno == EINTR) continue;
+      return;  // the client went away; nothing of ours is lost
+    }
+    off += static_cast<size_t>(n);
+  }
+}
+}  // namespace
+
+CommandSocket::CommandSocket(const std::string& path, Handler handler)
+    : path_(path), handler_(std::move(handler)) {
+  sockaddr_un addr = addressOf(path);
+  listenFd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (listenFd_ < 0) throw std::runtime_error("socket: " + std::string(std::strerror(errno)));
+  ::unlink(path.c_str());
+  if (::bind(listenFd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0 ||
+      ::listen(listenFd_, 16) < 0) {
+    std::string why = std::strerror(errno);
+    ::close(listenFd_);
+    throw std::runtime_error("cannot listen on " + path + ": " + why);
+  }
+  Zat::activityManager()->fdIs(listenFd_, [this] { accept(); });
+}
+
+CommandSocket::~CommandSocket() {
+  for (const auto& [fd, buf] : pending_) {
+    Zat::activityManager()->fdDel(fd);
+    ::close(fd);
+  }
+  Zat::activityManager()->fdDel(listenFd_);
+  ::close(listenFd_);
+  ::unlink(path_.c_str());
+}
+
+void CommandSocket::accept() {
+  int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  if (fd < 0) return;
+  pending_[fd] = "";
+  Zat::activityManager()->fdIs(fd, [this, fd] { readable(fd); });
+}
+
+void CommandSocket::closeClient(int fd) {
+  Zat::activityManager()->fdDel(fd);
+  pending_.erase(fd);
+  ::close(fd);
+}
+
+void CommandSocket::readable(int fd) {
+  char buf[1024];
+  ssize_t n = ::recv(fd, buf, sizeof buf, 0);
+  if (n <= 0) {
+    if (n < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    closeClient(fd);
+    return;
+  }
+  std::string& pending = pending_[fd];
+  pending.append(buf, static_cast<size_t>(n));
+  size_t nl;
+  while ((nl = pending.find('\n')) != std::string::npos) {
+    // A long line can arrive whole in one read; it is refused like one still
+    // being sent, whatever the read sizes were.
+    if (nl > kMaxLine) {
+      writeAll(fd, "error: command longer than 4096 bytes\n");
+      closeClient(fd);
+      return;
+    }
+    std::string line = pending.substr(0, nl);
+    pending.erase(0, nl + 1);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    writeAll(fd, handler_(line) + "\n");
+  }
+  if (pending.size() > kMaxLine) {
+    writeAll(fd, "error: command longer than 4096 bytes\n");
+    closeClient(fd);
+  }
+}
+
+}  // namespace Agent

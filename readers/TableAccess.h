@@ -1,0 +1,81 @@
+// Opening and reading the agent's tables from a reader process, with every
+// failure turned into one user-facing line (missing table, damaged table).
+// Tables are mapped read-only; nothing here ever writes shared memory.
+#pragma once
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "brim/Brim.h"
+
+namespace Readers {
+
+// A one-line, user-facing error (missing table, damaged table, unknown interface).
+class ReadError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A table that does not exist, as distinct from one that cannot be read.
+class TableAbsent : public ReadError {
+ public:
+  using ReadError::ReadError;
+};
+
+template <class Record>
+std::unique_ptr<Brim::TableReader<Record>> openTable(const std::string& ns,
+                                                     const std::string& table) {
+  try {
+    return Brim::TableReader<Record>::open(ns, table);
+  } catch (const Brim::TableMissingException&) {
+    throw TableAbsent("table " + ns + "." + table +
+                      " does not exist (is the agent running with -n " + ns + "?)");
+  } catch (const Pontil::CorruptionDetectedException& e) {
+    throw ReadError("table " + ns + "." + table + " is damaged: " + e.what());
+  } catch (const std::exception& e) {
+    throw ReadError("table " + ns + "." + table + ": " + e.what());
+  }
+}
+
+// The table, or null when it does not exist (optional tables such as baselines).
+template <class Record>
+std::unique_ptr<Brim::TableReader<Record>> openOptionalTable(const std::string& ns,
+                                                             const std::string& table) {
+  try {
+    return openTable<Record>(ns, table);
+  } catch (const TableAbsent&) {
+    return nullptr;
+  }
+}
+
+// All records of a table in one pass, sorted by key; a damaged table is a
+// one-line error naming `what`.
+template <class Record>
+std::vector<Record> readAll(const Brim::TableReader<Record>& table, const std::string& what) {
+  std::vector<Record> out;
+  try {
+    table.forEach([&](const Record& r) { out.push_back(r); });
+  } catch (const Pontil::CorruptionDetectedException& e) {
+    throw ReadError("table " + what + " is damaged: " + e.what());
+  }
+  std::sort(out.begin(), out.end(),
+            [](const Record& a, const Record& b) { return a.key() < b.key(); });
+  return out;
+}
+
+// The baseline record of `key`, or a zero record when there is none.
+template <class Record>
+Record baselineOf(const Brim::TableReader<Record>* table, const typename Record::Key& key) {
+  if (!table) return Record();
+  try {
+    auto r = table->find(key);
+    return r ? *r : Record();
+  } catch (const Pontil::CorruptionDetectedException& e) {
+    throw ReadError(std::string("baseline table is damaged: ") + e.what());
+  }
+}
+
+}  // namespace Readers

@@ -1,0 +1,307 @@
+#include "AgentFixture.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <thread>
+
+#include "readers/ControlClient.h"
+
+#if !defined(VORN_SIM_BINARY) || !defined(VORNCTL_BINARY)
+#error "the integration tests need VORN_SIM_BINARY and VORNCTL_BINARY (set by tests/CMakeLists.txt)"
+#endif
+
+namespace SimIt {
+
+namespace {
+
+std::atomic<unsigned> gNextTest{0};
+
+// argv for execv: the strings must outlive the call.
+std::vector<char*> argvOf(const std::string& binary, const std::vector<std::string>& args,
+                          std::vector<std::string>& storage) {
+  storage.clear();
+  storage.push_back(binary);
+  storage.insert(storage.end(), args.begin(), args.end());
+  std::vector<char*> argv;
+  for (auto& s : storage) argv.push_back(s.data());
+  argv.push_back(nullptr);
+  return argv;
+}
+
+// Waits up to `seconds` for `pid`; the wait status, or nullopt when it is still running.
+std::optional<int> waitFor(pid_t pid, double seconds) {
+  double end = wallNow() + seconds;
+  for (;;) {
+    int status = 0;
+    pid_t r = ::waitpid(pid, &status, WNOHANG);
+    if (r == pid) return status;
+    if (r < 0 && errno != EINTR) return std::nullopt;
+    if (wallNow() >= end) return std::nullopt;
+    sleepFor(0.01);
+  }
+}
+
+void killAndReap(pid_t pid) {
+  ::kill(pid, SIGKILL);
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+}
+
+void removeNamespaceTables(const std::string& ns) {
+  DIR* dir = ::opendir("/dev/shm");
+  if (!dir) return;
+  std::vector<std::string> names;
+  while (dirent* e = ::readdir(dir)) {
+    std::string name = e->d_name;
+    if (name.rfind(ns + ".", 0) == 0) names.push_back(name);
+  }
+  ::closedir(dir);
+  for (const auto& n : names) ::unlink(("/dev/shm/" + n).c_str());
+}
+
+std::string fileText(const std::string& path) {
+  std::ifstream in(path);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+}  // namespace
+
+double wallNow() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+void sleepFor(double seconds) {
+  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+ProcessResult runProcess(const std::string& binary, const std::vector<std::string>& args,
+                         double timeoutSeconds) {
+  ProcessResult result;
+  int outPipe[2], errPipe[2];
+  if (::pipe2(outPipe, O_CLOEXEC) != 0 || ::pipe2(errPipe, O_CLOEXEC) != 0) {
+    ADD_FAILURE() << "pipe: " << std::strerror(errno);
+    return result;
+  }
+  std::vector<std::string> storage;
+  std::vector<char*> argv = argvOf(binary, args, storage);
+  pid_t pid = ::fork();
+  if (pid == 0) {
+    ::dup2(outPipe[1], STDOUT_FILENO);
+    ::dup2(errPipe[1], STDERR_FILENO);
+    ::execv(binary.c_str(), argv.data());
+    ::_exit(127);
+  }
+  ::close(outPipe[1]);
+  ::close(errPipe[1]);
+  if (pid < 0) {
+    ::close(outPipe[0]);
+    ::close(errPipe[0]);
+    ADD_FAILURE() << "fork: " << std::strerror(errno);
+    return result;
+  }
+  double end = wallNow() + timeoutSeconds;
+  bool outOpen = true, errOpen = true;
+  while ((outOpen || errOpen) && wallNow() < end) {
+    pollfd p[2] = {{outOpen ? outPipe[0] : -1, POLLIN, 0}, {errOpen ? errPipe[0] : -1, POLLIN, 0}};
+    if (::poll(p, 2, 50) <= 0) continue;
+    for (int i = 0; i < 2; ++i) {
+      if (!(p[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
+      char buf[4096];
+      ssize_t n = ::read(p[i].fd, buf, sizeof buf);
+      if (n <= 0) {
+        (i == 0 ? outOpen : errOpen) = false;
+        continue;
+      }
+      (i == 0 ? result.out : result.err).append(buf, static_cast<size_t>(n));
+    }
+  }
+  ::close(outPipe[0]);
+  ::close(errPipe[0]);
+  std::optional<int> status = waitFor(pid, std::max(0.0, end - wallNow()));
+  if (!status) {
+    killAndReap(pid);
+    ADD_FAILURE() << binary << " did not finish within " << timeoutSeconds << " s";
+    return result;
+  }
+  result.finished = true;
+  result.status = *status;
+  return result;
+}
+
+Sim::Topology AgentTest::topology() {
+  Sim::Topology t;
+  t.ethPorts = 4;
+  t.queuesPerPort = 4;
+  t.fabricPorts = 0;
+  t.vlanIntfs = 2;
+  t.vlans = 4;
+  t.coppClasses = {"copp-system-bgp"};
+  t.pollPeriod = kPollPeriod;
+  t.vlanPollInterval = kPollPeriod;
+  t.firstPollDelay = kPollPeriod;
+  return t;
+}
+
+void AgentTest::SetUp() {
+  ns = "it" + std::to_string(::getpid()) + "_" + std::to_string(gNextTest++);
+  socketPath = "/tmp/vorn-" + ns + ".sock";
+  topologyPath = "/tmp/vorn-" + ns + ".json";
+  logPath = "/tmp/vorn-" + ns + ".log";
+  Sim::Topology t = topology();
+  std::ofstream(topologyPath) << nlohmann::json{
+      {"ethPorts", t.ethPorts},
+      {"queuesPerPort", t.queuesPerPort},
+      {"fabricPorts", t.fabricPorts},
+      {"vlanIntfs", t.vlanIntfs},
+      {"vlans", t.vlans},
+      {"coppClasses", t.coppClasses},
+      {"firstPollDelay", t.firstPollDelay},
+      {"vlanPollInterval",
+       t.vlanPollInterval}}.dump();
+  expect = std::make_unique<Sim::SimChip>(t);
+  ports = expect->ethPorts();
+}
+
+void AgentTest::TearDown() {
+  if (agentPid > 0) {
+    killAndReap(agentPid);
+    agentPid = -1;
+  }
+  if (HasFailure()) {
+    std::cerr << "--- agent log " << logPath << " ---\n" << fileText(logPath) << "--- end ---\n";
+  }
+  removeNamespaceTables(ns);
+  ::unlink(socketPath.c_str());
+  ::unlink(topologyPath.c_str());
+  ::unlink(logPath.c_str());
+}
+
+void AgentTest::startAgent() {
+  ASSERT_LT(agentPid, 0) << "an agent is already running";
+  std::vector<std::string> storage;
+  std::vector<char*> argv =
+      argvOf(VORN_SIM_BINARY,
+             {"-n", ns, "--socket", socketPath, "--poll-period", std::to_string(kPollPeriod), "-t",
+              topologyPath, "--status-interval", "0"},
+             storage);
+  int log = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  ASSERT_GE(log, 0) << "cannot open " << logPath;
+  pid_t pid = ::fork();
+  if (pid == 0) {
+    ::dup2(log, STDOUT_FILENO);
+    ::dup2(log, STDERR_FILENO);
+    ::execv(VORN_SIM_BINARY, argv.data());
+    ::_exit(127);
+  }
+  ::close(log);
+  ASSERT_GT(pid, 0) << "fork: " << std::strerror(errno);
+  agentPid = pid;
+  bool ready = waitUntil(
+      [&] {
+        if (!agentRunning()) return true;  // reported below
+        try {
+          return Readers::sendCommand(socketPath, "status", 1).rfind("ok ", 0) == 0;
+        } catch (const std::exception&) {
+          return false;
+        }
+      },
+      10);
+  ASSERT_TRUE(agentRunning()) << "the agent exited at start-up";
+  ASSERT_TRUE(ready) << "the agent's socket did not answer within 10 s";
+}
+
+bool AgentTest::agentRunning() {
+  if (agentPid <= 0) return false;
+  int status = 0;
+  if (::waitpid(agentPid, &status, WNOHANG) == agentPid) {
+    agentPid = -1;
+    return false;
+  }
+  return true;
+}
+
+std::optional<int> AgentTest::stopAgent(int sig, double seconds) {
+  if (agentPid <= 0) return std::nullopt;
+  ::kill(agentPid, sig);
+  std::optional<int> status = waitFor(agentPid, seconds);
+  if (!status) killAndReap(agentPid);
+  agentPid = -1;
+  return status;
+}
+
+std::string AgentTest::command(const std::string& line) {
+  return Readers::sendCommand(socketPath, line, 5);
+}
+
+ProcessResult AgentTest::ctl(const std::vector<std::string>& args) {
+  std::vector<std::string> all = {"-n", ns, "-s", socketPath};
+  all.insert(all.end(), args.begin(), args.end());
+  return runProcess(VORNCTL_BINARY, all);
+}
+
+nlohmann::json AgentTest::ctlJson(const std::vector<std::string>& showWords) {
+  std::vector<std::string> args = {"--json", "show"};
+  args.insert(args.end(), showWords.begin(), showWords.end());
+  ProcessResult r = ctl(args);
+  EXPECT_TRUE(r.exitedWith(0)) << "vornctl failed: " << r.err;
+  try {
+    return nlohmann::json::parse(r.out);
+  } catch (const std::exception& e) {
+    ADD_FAILURE() << "vornctl printed no JSON: " << e.what() << "\n" << r.out;
+    return nlohmann::json();
+  }
+}
+
+bool AgentTest::waitForPortPolls(double after, double seconds) {
+  return waitUntil(
+      [&] {
+        auto rows = rowsOf<Interface::EthIntfCounterBrim>(ns, TableNames::kAllIntfCounters);
+        for (Orvo::IntfId id : ports) {
+          auto it = rows.find(id);
+          if (it == rows.end() || !(it->second.statistics().statsUpdateTime() > after)) {
+            return false;
+          }
+        }
+        return true;
+      },
+      seconds);
+}
+
+std::array<double, 8> AgentTest::vlanRates(uint16_t vlan) const {
+  // The chip is linear in its active time: the count over a long span gives
+  // the rate to better than a millionth.
+  Sim::SimChip chip(topology());
+  constexpr double kSpan = 1e6;
+  chip.advanceTo(0);
+  chip.advanceTo(kSpan);
+  auto counts = chip.vlanReading(vlan);
+  std::array<double, 8> rates{};
+  for (size_t i = 0; i < 8; ++i) rates[i] = static_cast<double>(counts[i]) / kSpan;
+  return rates;
+}
+
+Interface::EthIntfCounterBrim AgentTest::portRow(const std::string& port) const {
+  auto row =
+      rowOf<Interface::EthIntfCounterBrim>(ns, TableNames::kAllIntfCounters, Orvo::IntfId(port));
+  EXPECT_TRUE(row.has_value()) << "no row for " << port;
+  return row.value_or(Interface::EthIntfCounterBrim(Orvo::IntfId(port)));
+}
+
+}  // namespace SimIt
