@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
@@ -51,24 +52,77 @@ CommandSocket::CommandSocket(const std::string& path, Handler handler)
     ::close(listenFd_);
     throw std::runtime_error("cannot listen on " + path + ": " + why);
   }
+  spareFd_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  watchListener();
+}
+
+void CommandSocket::watchListener() {
   Zat::activityManager()->fdIs(listenFd_, [this] { accept(); });
 }
+
+void CommandSocket::ResumeAccepting::handleTime() { socket_->watchListener(); }
 
 CommandSocket::~CommandSocket() {
   for (const auto& [fd, buf] : pending_) {
     Zat::activityManager()->fdDel(fd);
     ::close(fd);
   }
+  if (resume_) {
+    resume_->timeMinIs(Zat::Clock::kNever);
+    resume_ = nullptr;
+  }
   Zat::activityManager()->fdDel(listenFd_);
   ::close(listenFd_);
+  if (spareFd_ >= 0) ::close(spareFd_);
   ::unlink(path_.c_str());
 }
 
 void CommandSocket::accept() {
   int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-  if (fd < 0) return;
+  if (fd < 0) {
+    if (errno == EMFILE || errno == ENFILE) outOfDescriptors();
+    return;
+  }
+  if (exhausted_) {
+    exhausted_ = false;
+    std::fprintf(stderr, "control socket %s: accepting connections again (%zu clients)\n",
+                 path_.c_str(), pending_.size() + 1);
+  }
+  if (spareFd_ < 0) spareFd_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   pending_[fd] = "";
   Zat::activityManager()->fdIs(fd, [this, fd] { readable(fd); });
+}
+
+void CommandSocket::outOfDescriptors() {
+  if (!exhausted_) {
+    exhausted_ = true;
+    std::fprintf(stderr,
+                 "control socket %s: out of file descriptors with %zu clients connected; "
+                 "refusing new connections until some close\n",
+                 path_.c_str(), pending_.size());
+  }
+  if (spareFd_ >= 0) {
+    // Give the spare up for a moment to take the waiting client off the queue,
+    // so the listening socket stops being readable.
+    ::close(spareFd_);
+    spareFd_ = -1;
+    int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd >= 0) {
+      ++refused_;
+      writeAll(fd, "error: the agent is out of file descriptors; try again later\n");
+      ::close(fd);
+    }
+    spareFd_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (fd >= 0 && spareFd_ >= 0) return;
+  }
+  // No spare to work with: stop watching the socket for a while instead of
+  // spinning on it.
+  Zat::activityManager()->fdDel(listenFd_);
+  if (!resume_) {
+    resume_ = new ResumeAccepting(Zat::activityManager()->config()->clock(), this);
+    resume_->hasNotificationActiveIs(true);
+  }
+  resume_->timeMinIs(Zat::System::currentTime() + 1.0);
 }
 
 void CommandSocket::closeClient(int fd) {

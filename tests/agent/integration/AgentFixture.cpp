@@ -207,6 +207,10 @@ void AgentTest::startAgent() {
   if (pid == 0) {
     ::dup2(log, STDOUT_FILENO);
     ::dup2(log, STDERR_FILENO);
+    if (descriptorLimit > 0) {
+      rlimit lim{descriptorLimit, descriptorLimit};
+      ::setrlimit(RLIMIT_NOFILE, &lim);
+    }
     ::execv(VORN_SIM_BINARY, argv.data());
     ::_exit(127);
   }

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 
@@ -124,6 +125,8 @@ class AgentTest : public ::testing::Test {
   Interface::EthIntfCounterBrim portRow(const std::string& port) const;
 
   std::string ns, socketPath, topologyPath, logPath;
+  // When non-zero, the agent starts with this many file descriptors at most.
+  rlim_t descriptorLimit = 0;
   pid_t agentPid = -1;
   std::unique_ptr<Sim::SimChip> expect;  // the agent's chip, as far as traffic goes
   std::vector<Orvo::IntfId> ports;       // Ethernet1..4
