@@ -78,4 +78,26 @@ Record baselineOf(const Brim::TableReader<Record>* table, const typename Record:
   }
 }
 
+// Every baseline (or snapshot) record of a table, read in one pass, for
+// look-ups while walking the totals: no per-row probe of shared memory.
+template <class Record>
+class Baselines {
+ public:
+  // `table` may be null (no clear yet): every look-up then reads as zero.
+  Baselines(const Brim::TableReader<Record>* table, const std::string& what) {
+    if (table) rows_ = readAll(*table, what);
+  }
+  // The baseline of `key`, or a zero record when there is none.
+  const Record& of(const typename Record::Key& key) const {
+    auto it = std::lower_bound(
+        rows_.begin(), rows_.end(), key,
+        [](const Record& r, const typename Record::Key& k) { return r.key() < k; });
+    return it != rows_.end() && !(key < it->key()) ? *it : zero_;
+  }
+
+ private:
+  std::vector<Record> rows_;  // sorted by key
+  Record zero_{};
+};
+
 }  // namespace Readers

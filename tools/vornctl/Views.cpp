@@ -16,7 +16,6 @@ namespace {
 
 using Json = nlohmann::json;
 
-using Readers::baselineOf;
 using Readers::openTable;
 using Readers::readAll;
 
@@ -51,9 +50,11 @@ View ethView(const std::string& ns, const std::string& what, const std::string& 
   } else {
     v.header = {"Port", "InMbps", "InKpps", "OutMbps", "OutKpps", "Updated"};
   }
+  Readers::Baselines<Interface::EthIntfCounterBrim> baselines(clears.get(),
+                                                              TableNames::kAllIntfClearCounters);
   for (const auto& r : readAll(*totals, TableNames::kAllIntfCounters)) {
     if (!keep(filter, r.intfId())) continue;
-    auto base = baselineOf(clears.get(), r.intfId());
+    const auto& base = baselines.of(r.intfId());
     // Readers subtract the baseline the last clear wrote.
     auto s = r.statistics() - base.statistics();
     auto e = r.ethStatistics() - base.ethStatistics();
@@ -114,9 +115,11 @@ View queueView(const std::string& ns, const std::string& filter) {
   }
   View v;
   v.header = {"Port", "Queue", "TxOctets", "TxPkts", "DropOctets", "DropPkts", "TxMbps"};
+  Readers::Baselines<IntfQueueCounter> baselines(clears.get(),
+                                                 TableNames::kAllIntfClearQueueCounters);
   for (const auto& r : readAll(*totals, TableNames::kAllIntfQueueCounters)) {
     if (!keep(filter, r.intfId())) continue;
-    auto base = baselineOf(clears.get(), r.intfId());
+    const auto& base = baselines.of(r.intfId());
     Json queues = Json::array();
     try {
       uint32_t count = r.intfQueueStatArray().size();
@@ -199,9 +202,10 @@ View vlanView(const std::string& ns, const std::string& filter) {
   for (size_t i = 0; i < VlanCounter::kCounterCount; ++i)
     v.header.push_back(VlanCounter::counterName(i));
   v.header.push_back("ClearedAt");
+  Readers::Baselines<VlanCounter> snapshots(snaps.get(), TableNames::kVlanCounterSnapshotDir);
   for (const auto& r : readAll(*totals, TableNames::kVlanCounterDir)) {
     if (only >= 0 && r.vlanId() != only) continue;
-    auto snap = baselineOf(snaps.get(), r.vlanId());
+    const auto& snap = snapshots.of(r.vlanId());
     std::vector<std::string> row{std::to_string(r.vlanId())};
     Json j{{"vlan", r.vlanId()}};
     for (size_t i = 0; i < VlanCounter::kCounterCount; ++i) {

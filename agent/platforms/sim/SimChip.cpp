@@ -94,8 +94,9 @@ SimChip::SimChip(const Topology& topology) : topology_(topology) {
     ports_[id] = makePort(0, topology_.portSpeedBps / 10, true);
   }
   ports_[cpuPort()] = makePort(0, 1e8, false);
+  vlans_.resize(topology_.vlans + 1);
   for (uint32_t v = 1; v <= topology_.vlans; ++v) {
-    vlans_[static_cast<uint16_t>(v)] = makePort(0, topology_.portSpeedBps / 20, false);
+    vlans_[v] = makePort(0, topology_.portSpeedBps / 20, false);
   }
   for (const auto& c : topology_.coppClasses) coppClasses_[c] = makePort(0, 1e6, false);
 }
@@ -148,7 +149,8 @@ void SimChip::portCountersWrapSoon(Orvo::IntfId id, uint64_t below) {
 void SimChip::portReading(Orvo::IntfId id, Interface::IntfStatistics& s,
                           Interface::EthStatistics& e) const {
   const Port& p = port(id);
-  auto v = [&](size_t i) { return counter(p, i); };
+  const double active = activeSeconds(p);
+  auto v = [&](size_t i) { return p.counters[i].value(active); };
   s = Interface::IntfStatistics();
   s.inOctetsIs(v(kInOctets));
   s.inUcastPktsIs(v(kInUcast));
@@ -185,11 +187,14 @@ void SimChip::portReading(Orvo::IntfId id, Interface::IntfStatistics& s,
 std::vector<Interface::QueueCounter::IntfQueueStat> SimChip::queueReading(Orvo::IntfId id) const {
   const Port& p = port(id);
   std::vector<Interface::QueueCounter::IntfQueueStat> out;
+  out.reserve(p.queues);
+  const double active = activeSeconds(p);
+  auto v = [&](size_t i) { return p.counters[i].value(active); };
   // The queue count is kept, not derived from the counter count: VLAN
   // interfaces keep other counters after the port counters.
   for (size_t q = 0; q < p.queues; ++q) {
     size_t b = kFirstQueue + 4 * q;
-    out.emplace_back(0, counter(p, b), counter(p, b + 1), counter(p, b + 2), counter(p, b + 3));
+    out.emplace_back(0, v(b), v(b + 1), v(b + 2), v(b + 3));
   }
   return out;
 }
@@ -206,12 +211,12 @@ void SimChip::vlanIntfReading(Orvo::IntfId id, Interface::IntfStatistics& stats,
 
 std::array<uint64_t, 8> SimChip::vlanReading(uint16_t vlan) const {
   std::array<uint64_t, 8> out{};
-  auto it = vlans_.find(vlan);
-  if (it == vlans_.end()) return out;
-  const Port& p = it->second;
-  const size_t idx[8] = {kInOctets,  kInUcast,  kInMcast,  kInBcast,
-                         kOutOctets, kOutUcast, kOutMcast, kOutBcast};
-  for (size_t i = 0; i < 8; ++i) out[i] = counter(p, idx[i]);
+  if (vlan == 0 || vlan >= vlans_.size()) return out;
+  const Port& p = vlans_[vlan];
+  const double active = activeSeconds(p);
+  static constexpr size_t kIdx[8] = {kInOctets,  kInUcast,  kInMcast,  kInBcast,
+                                     kOutOctets, kOutUcast, kOutMcast, kOutBcast};
+  for (size_t i = 0; i < 8; ++i) out[i] = p.counters[kIdx[i]].value(active);
   return out;
 }
 

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "agent/platforms/sim/Topology.h"
@@ -100,8 +101,11 @@ class SimChip {
   bool started_ = false;
   double start_ = 0;
   std::vector<Orvo::IntfId> ethPorts_, fabricPorts_, vlanIntfs_;
-  std::map<Orvo::IntfId, Port> ports_;  // Ethernet, fabric, VLAN interfaces, CPU
-  std::map<uint16_t, Port> vlans_;
+  // Readings look a port up by id and a VLAN by number, and nothing else: a
+  // reading never walks other ports or VLANs, so the simulator costs little
+  // beside the component it drives.
+  std::unordered_map<Orvo::IntfId, Port> ports_;  // Ethernet, fabric, VLAN interfaces, CPU
+  std::vector<Port> vlans_;  // indexed by VLAN number; 0 and unconfigured ones carry nothing
   std::map<std::string, Port> coppClasses_;
 };
 

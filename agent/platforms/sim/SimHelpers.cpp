@@ -139,18 +139,28 @@ void SimVlanCountersHelper::vlanCountersRead(Bridging::VlanId vlanId,
   catchUp(chip_);
   ++polls_;
   auto now = chip_->vlanReading(vlanId);
-  auto [it, inserted] = last_.try_emplace(vlanId, now);
+  const size_t v = vlanId & 0xfff;
+  if (!enabled_[v]) {
+    enabled_[v] = true;
+    ++enabledCount_;
+    last_[v] = now;
+  }
   for (size_t i = 0; i < 8; ++i) {
     current->counterIs(i, now[i]);
-    previous->counterIs(i, it->second[i]);
+    previous->counterIs(i, last_[v][i]);
   }
-  it->second = now;
+  last_[v] = now;
 }
 
 bool SimVlanCountersHelper::vlanCountersEnable(Bridging::VlanId vlanId) {
   catchUp(chip_);
   // Idempotent: a VLAN already counting keeps its last reading.
-  last_.try_emplace(vlanId, chip_->vlanReading(vlanId));
+  const size_t v = vlanId & 0xfff;
+  if (!enabled_[v]) {
+    enabled_[v] = true;
+    ++enabledCount_;
+    last_[v] = chip_->vlanReading(vlanId);
+  }
   return true;
 }
 

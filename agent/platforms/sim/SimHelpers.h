@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <vector>
 
 #include "agent/platforms/sim/SimChip.h"
 #include "brim/Brim.h"
@@ -66,13 +67,16 @@ class SimVlanCountersHelper : public VornHelper::VornVlanCountersHelper {
                         const Zat::Ptr<VornTypes::VlanCounters>& previous) override;
   bool vlanCountersEnable(Bridging::VlanId vlanId) override;
   uint64_t polls() const { return polls_; }
-  size_t enabledVlans() const { return last_.size(); }
+  size_t enabledVlans() const { return enabledCount_; }
 
  private:
-  explicit SimVlanCountersHelper(SimChip* chip) : chip_(chip) {}
+  explicit SimVlanCountersHelper(SimChip* chip) : chip_(chip), last_(4096), enabled_(4096, false) {}
   SimChip* chip_;
-  // The reading each VLAN saw last; enabling a VLAN starts it at the current count.
-  std::map<Bridging::VlanId, std::array<uint64_t, 8>> last_;
+  // The reading each VLAN saw last, indexed by VLAN number; enabling a VLAN
+  // starts it at the current count.
+  std::vector<std::array<uint64_t, 8>> last_;
+  std::vector<bool> enabled_;
+  size_t enabledCount_ = 0;
   uint64_t polls_ = 0;
 };
 
