@@ -95,8 +95,11 @@ SimChip::SimChip(const Topology& topology) : topology_(topology) {
   }
   ports_[cpuPort()] = makePort(0, 1e8, false);
   vlans_.resize(topology_.vlans + 1);
+  static constexpr size_t kVlanCounters[8] = {kInOctets,  kInUcast,  kInMcast,  kInBcast,
+                                              kOutOctets, kOutUcast, kOutMcast, kOutBcast};
   for (uint32_t v = 1; v <= topology_.vlans; ++v) {
-    vlans_[v] = makePort(0, topology_.portSpeedBps / 20, false);
+    Port p = makePort(0, topology_.portSpeedBps / 20, false);
+    for (size_t i = 0; i < 8; ++i) vlans_[v].counters[i] = p.counters[kVlanCounters[i]];
   }
   for (const auto& c : topology_.coppClasses) coppClasses_[c] = makePort(0, 1e6, false);
 }
@@ -212,11 +215,9 @@ void SimChip::vlanIntfReading(Orvo::IntfId id, Interface::IntfStatistics& stats,
 std::array<uint64_t, 8> SimChip::vlanReading(uint16_t vlan) const {
   std::array<uint64_t, 8> out{};
   if (vlan == 0 || vlan >= vlans_.size()) return out;
-  const Port& p = vlans_[vlan];
-  const double active = activeSeconds(p);
-  static constexpr size_t kIdx[8] = {kInOctets,  kInUcast,  kInMcast,  kInBcast,
-                                     kOutOctets, kOutUcast, kOutMcast, kOutBcast};
-  for (size_t i = 0; i < 8; ++i) out[i] = p.counters[kIdx[i]].value(active);
+  const double active = started_ ? now_ - start_ : 0.0;
+  const auto& counters = vlans_[vlan].counters;
+  for (size_t i = 0; i < 8; ++i) out[i] = counters[i].value(active);
   return out;
 }
 

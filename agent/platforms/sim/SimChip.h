@@ -105,7 +105,12 @@ class SimChip {
   // reading never walks other ports or VLANs, so the simulator costs little
   // beside the component it drives.
   std::unordered_map<Orvo::IntfId, Port> ports_;  // Ethernet, fabric, VLAN interfaces, CPU
-  std::vector<Port> vlans_;  // indexed by VLAN number; 0 and unconfigured ones carry nothing
+  // VLANs never go down or reset, so each keeps just its eight rates, packed
+  // together: a whole VLAN poll cycle then walks one small array.
+  struct VlanTraffic {
+    std::array<RateCounter, 8> counters{};
+  };
+  std::vector<VlanTraffic> vlans_;  // indexed by VLAN number; 0 carries nothing
   std::map<std::string, Port> coppClasses_;
 };
 
