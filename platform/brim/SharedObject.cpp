@@ -33,6 +33,14 @@ void checkPart(const std::string& part, const char* what) {
   }
 }
 
+// "/" + name, the form shm_open takes. Appending (rather than "/" + a temporary)
+// also keeps an optimising compiler's overlap warning about std::string quiet.
+std::string shmPath(const std::string& name) {
+  std::string path(1, '/');
+  path += name;
+  return path;
+}
+
 [[noreturn]] void throwErrno(const std::string& what) {
   throw std::system_error(errno, std::generic_category(), what);
 }
@@ -54,7 +62,7 @@ bool unlinkTable(const std::string& ns, const std::string& table) {
   const std::string name = tableName(ns, table);
   // The lock goes too: a writer that still holds it keeps it, and the next writer,
   // which creates the table afresh, takes a fresh one.
-  if (shm_unlink(("/" + detail::WriterLock::objectName(name)).c_str()) != 0 && errno != ENOENT) {
+  if (shm_unlink(shmPath(detail::WriterLock::objectName(name)).c_str()) != 0 && errno != ENOENT) {
     throwErrno("cannot unlink the writer lock of table " + name);
   }
   if (shm_unlink(("/" + name).c_str()) == 0) return true;
@@ -200,7 +208,7 @@ WriterLock::~WriterLock() {
 }
 
 std::optional<WriterLock> WriterLock::tryTake(const std::string& name) {
-  const std::string object = "/" + objectName(name);
+  const std::string object = shmPath(objectName(name));
   const std::string path = kShmDir + objectName(name);
   // Each round settles one race with another writer creating or replacing the object.
   for (int round = 0; round < 8; ++round) {
