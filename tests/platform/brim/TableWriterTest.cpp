@@ -416,7 +416,9 @@ TEST(BrimTableWriter, PutAtAHandlePublishesLikePutAndSurvivesDeletion) {
   EXPECT_EQ(reader->find(5)->values[0], 52000u);
   EXPECT_EQ(writer->size(), 8u);
   for (uint64_t k = 1; k <= 8; ++k) {
-    if (k != 5) EXPECT_EQ(reader->find(k)->values[0], k * 1000) << k;
+    if (k != 5) {
+      EXPECT_EQ(reader->find(k)->values[0], k * 1000) << k;
+    }
   }
   EXPECT_TRUE(writer->validate().empty());
   EXPECT_TRUE(reader->validate().empty());
