@@ -12,6 +12,7 @@
 
 #include "BrimTestSupport.h"
 #include "interface/EthIntfCounterBrim.h"
+#include "tables/CounterTables.h"
 
 namespace {
 
@@ -265,6 +266,24 @@ TEST(BrimIntegrity, RecordWipedOutWholeIsReportedByAWholeWalk) {
     EXPECT_EQ(visited, 29u);
     EXPECT_EQ(hooked, std::vector<std::string>{expected});
   }
+}
+
+// The agent's own table object: its walk hands the missing record to the corruption
+// hook and goes on.
+TEST(BrimIntegrity, AgentTableWalkReportsAWipedOutRecordToItsCorruptionHook) {
+  ScratchTable t;
+  auto table = Interface::AllEthIntfCounterBrim::AllEthIntfCounterBrimIs(t.ns(), t.table(), 64);
+  for (int port = 1; port <= 10; ++port) table->counterIs(portRecord(port));
+  RawTable raw(t.name());
+  raw.makeBlank(*raw.liveSlotOf(Orvo::IntfId("Ethernet4").value()));
+  int walked = 0;
+  table->forEachCounter([&](const Interface::EthIntfCounterBrim& r) {
+    if (!r.intfId().isNull()) ++walked;
+  });
+  EXPECT_EQ(walked, 9);
+  EXPECT_EQ(table->corruptionCount(), 1u);
+  EXPECT_EQ(table->lastCorruption(),
+            "table " + t.name() + ": a walk met 9 live slots, but the header counts 10");
 }
 
 TEST(BrimIntegrity, WalksDuringInsertsAndDeletesDoNotCountFalsely) {
