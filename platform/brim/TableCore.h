@@ -55,6 +55,10 @@ struct WalkState {
   bool finished = false;
   uint64_t changeCount = 0;
   uint64_t liveSeen = 0;
+  // The probe bound, read once per walk: a key met beyond it makes placementFailed()
+  // look at the header afresh before it reports anything.
+  uint32_t limit = 0;
+  bool haveLimit = false;
 };
 
 class TableCore {
@@ -249,7 +253,6 @@ inline std::optional<uint32_t> TableCore::lookup(uint64_t key, unsigned char* pa
 inline std::optional<uint32_t> TableCore::nextLive(uint32_t& position, unsigned char* payload,
                                                    uint64_t& key, WalkState& walk) const {
   if (!walk.started) startWalk(walk, position);
-  std::optional<uint32_t> limit;
   while (position < fixed_.slotCount) {
     const uint32_t slot = position++;
     const SlotImage image =
@@ -262,8 +265,11 @@ inline std::optional<uint32_t> TableCore::nextLive(uint32_t& position, unsigned 
     checkState(slot, image);
     ++walk.liveSeen;
     if (homeOf(image.key) != slot) {
-      if (!limit) limit = probeLimit();
-      checkPlacement(slot, image.key, *limit);
+      if (!walk.haveLimit) {
+        walk.limit = probeLimit();
+        walk.haveLimit = true;
+      }
+      checkPlacement(slot, image.key, walk.limit);
     }
     checkPayload(slot, image, payload);
     key = image.key;
