@@ -13,6 +13,7 @@
 
 #include "brim/RecordTraits.h"
 #include "brim/TableCore.h"
+#include "pontil/Assert.h"
 
 namespace Brim {
 
@@ -27,7 +28,9 @@ class Cursor {
   // The next live record, or nullopt at the end of the table. Raises
   // Pontil::CorruptionDetectedException (or Brim::SlotBusyException) for a damaged
   // slot; the cursor has then already moved past that slot, so the caller can report
-  // the damage and call next() again to carry on with the following one.
+  // the damage and call next() again to carry on with the following one. A whole walk
+  // that met no damage but another number of live records than the table counts
+  // raises once at its end (records went missing), and the next call returns nullopt.
   std::optional<Record> next() {
     typename Traits::Buffer buffer;
     if (!next(buffer.bytes)) return std::nullopt;
@@ -42,19 +45,26 @@ class Cursor {
 
  private:
   bool next(unsigned char* bytes) {
-    uint64_t key = 0;
-    const std::optional<uint32_t> slot = core_->nextLive(position_, bytes, key);
-    if (!slot) return false;
-    if (Traits::keyBits(std::launder(reinterpret_cast<const Record*>(bytes))->key()) != key)
-        [[unlikely]] {
-      core_->corruption("slot " + std::to_string(*slot) +
-                        " holds a record whose key differs from the slot's key");
+    try {
+      uint64_t key = 0;
+      const std::optional<uint32_t> slot = core_->nextLive(position_, bytes, key, walk_);
+      if (!slot) return false;
+      if (Traits::keyBits(std::launder(reinterpret_cast<const Record*>(bytes))->key()) != key)
+          [[unlikely]] {
+        core_->corruption("slot " + std::to_string(*slot) +
+                          " holds a record whose key differs from the slot's key");
+      }
+      return true;
+    } catch (const Pontil::CorruptionDetectedException&) {
+      // Already reported to the caller: the end-of-walk count would only repeat it.
+      walk_.damaged = true;
+      throw;
     }
-    return true;
   }
 
   const detail::TableCore* core_;
   uint32_t position_ = 0;
+  detail::WalkState walk_;
 };
 
 }  // namespace Brim

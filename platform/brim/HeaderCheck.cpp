@@ -52,19 +52,21 @@ std::string geometryFinding(const TableHeader& fixed, uint64_t objectSize) {
 }  // namespace
 
 HeaderFindings inspectHeader(const TableHeader& fixed, uint64_t objectSize,
-                             const RecordLayout& want) {
+                             const RecordLayout& want, bool firstLayout) {
   HeaderFindings findings;
   if (fixed.magic != Layout::kMagic) {
     findings.foreign = "bad magic number " + hex64(fixed.magic) + " (not a Brim table)";
     return findings;
   }
-  if (fixed.majorVersion != Layout::kMajorVersion) {
+  const uint32_t major = firstLayout ? Layout::v1::kMajorVersion : Layout::kMajorVersion;
+  if (fixed.majorVersion != major) {
     findings.foreign = "layout version " + std::to_string(fixed.majorVersion) + "." +
                        std::to_string(fixed.minorVersion) + ", this build reads major version " +
                        std::to_string(Layout::kMajorVersion);
     return findings;
   }
-  findings.checksumOk = Layout::headerChecksum(fixed) == fixed.fixedChecksum;
+  findings.checksumOk = (firstLayout ? Layout::v1::headerChecksum(fixed)
+                                     : Layout::headerChecksum(fixed)) == fixed.fixedChecksum;
   const std::string typeName = typeNameOf(fixed);
   if (typeName != want.typeName) {
     findings.layout.push_back("record type is '" + typeName + "', expected '" + want.typeName +

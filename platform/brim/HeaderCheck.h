@@ -27,8 +27,10 @@ Layout::TableHeader readFixedHeader(const unsigned char* base);
 
 // Checks a header's fixed fields against the wanted record layout and the size of the
 // object they were read from.
+// With `firstLayout`, the header is expected to be of the first layout (major version
+// 1, its own checksum), which a writer migrates.
 HeaderFindings inspectHeader(const Layout::TableHeader& fixed, uint64_t objectSize,
-                             const RecordLayout& want);
+                             const RecordLayout& want, bool firstLayout = false);
 
 // The finding for live counts that no writer could have published; empty when possible.
 std::string inspectCounts(const Layout::TableHeader& fixed, uint64_t liveCount, uint64_t tombCount,

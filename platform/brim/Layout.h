@@ -7,6 +7,7 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -15,7 +16,9 @@ namespace Brim::Layout {
 
 inline constexpr uint64_t kMagic = 0x4C4241544D495242ULL;  // "BRIMTABL" in little-endian bytes
 // A reader refuses another major version; minor versions only add meaning to spare bytes.
-inline constexpr uint32_t kMajorVersion = 1;
+// Major 2 brought the slot checksum that cannot miss a flipped bit, self-checking empty
+// slots and the checksummed live header words; a writer migrates a major 1 table.
+inline constexpr uint32_t kMajorVersion = 2;
 inline constexpr uint32_t kMinorVersion = 0;
 inline constexpr uint64_t kHeaderSize = 4096;  // slots start on the second page
 inline constexpr size_t kTypeNameSize = 64;    // NUL-padded record type name
@@ -24,8 +27,9 @@ inline constexpr uint32_t kSlotAlign = 64;
 inline constexpr uint32_t kMaxCapacity = 1u << 24;
 
 // The header page. The fields up to `fixedChecksum` are written once, before the
-// table is published, and never change; the words after it are updated by the
-// writer while readers watch, so they are only ever accessed as atomic words.
+// table is published, and never change. The live words after them are rewritten by
+// the writer while readers watch, so they sit under their own sequence count and
+// checksum, exactly like a slot: a reader trusts none of them unless both agree.
 struct TableHeader {
   uint64_t magic;
   uint32_t majorVersion;
@@ -40,18 +44,25 @@ struct TableHeader {
   uint64_t totalSize;
   uint64_t fixedChecksum;  // over every byte before it
   // Live words.
+  uint64_t liveSeq;     // odd while the writer rewrites the words below
   uint64_t generation;  // bumped on every writer attach
   uint64_t writerPid;   // 0 once the writer has closed the table
   uint64_t heartbeat;   // bits of a double, seconds, set by the writer when asked
   uint64_t liveCount;
   uint64_t tombCount;
-  uint64_t maxProbe;  // no key sits further than this from its home slot
+  uint64_t maxProbe;      // no key sits further than this from its home slot
+  uint64_t changeCount;   // odd while a slot turns live or stops being live
+  uint64_t liveChecksum;  // over generation .. changeCount
 };
 static_assert(offsetof(TableHeader, recordSize) == 80);
 static_assert(offsetof(TableHeader, fixedChecksum) == 120);
-static_assert(offsetof(TableHeader, maxProbe) == 168);
+static_assert(offsetof(TableHeader, liveSeq) == 128);
+static_assert(offsetof(TableHeader, liveChecksum) == 192);
 static_assert(sizeof(TableHeader) <= kHeaderSize);
-inline constexpr size_t kFixedHeaderSize = offsetof(TableHeader, generation);
+inline constexpr size_t kFixedHeaderSize = offsetof(TableHeader, liveSeq);
+inline constexpr size_t kLiveWordsOffset = offsetof(TableHeader, generation);
+inline constexpr size_t kLiveWords = 7;  // generation .. changeCount
+static_assert(offsetof(TableHeader, liveChecksum) == kLiveWordsOffset + 8 * kLiveWords);
 
 // A slot is these four words followed by the record's words.
 inline constexpr uint32_t kSeqWord = 0;  // odd while the writer is changing the slot
@@ -63,9 +74,17 @@ inline constexpr uint32_t kSlotHeaderWords = 4;
 // Deleted slots become tombstones that keep their key, so that a reader probing
 // past them still reaches the keys behind; a tombstone turns back into an empty
 // slot only when no probe sequence can run through it any more.
-inline constexpr uint64_t kEmpty = 0;
-inline constexpr uint64_t kLive = 1;
-inline constexpr uint64_t kTomb = 2;
+//
+// The states are far apart (dozens of bits) and none is zero, so no small damage
+// turns one state into another and a zeroed run of bytes is an invalid state: a
+// live record cannot silently become empty or deleted.
+inline constexpr uint64_t kEmpty = 0xf2a74de452e6b439ULL;
+inline constexpr uint64_t kLive = 0x6513270e269e0d37ULL;
+inline constexpr uint64_t kTomb = 0x0c5c7fd0a6a3a451ULL;
+
+static_assert(std::popcount(kEmpty ^ kLive) >= 16 && std::popcount(kEmpty ^ kTomb) >= 16 &&
+              std::popcount(kLive ^ kTomb) >= 16 && std::popcount(kEmpty) >= 16 &&
+              std::popcount(kLive) >= 16 && std::popcount(kTomb) >= 16);
 
 struct Geometry {
   uint32_t recordSize;
@@ -105,9 +124,138 @@ constexpr uint32_t probeDistance(uint32_t home, uint32_t slot, uint32_t slotMask
   return (slot - home) & slotMask;
 }
 
-// Checksum of a key and a record of `words` 8-byte words. Four independent
-// Fletcher-style lanes keep it position-sensitive yet cheap enough for every write
-// (the compiler vectorises the lanes).
+// Checksums. Two lanes over the words, combined with a plain xor:
+//
+//  - the rotation lane xors every word rotated by its own amount r, which runs
+//    2, 3, ..., 57 and then starts again (key and state use 60 and 61). A change of
+//    one bit, or of two neighbouring bits (also across a word boundary), changes it.
+//  - the additive lane sums the words times odd weights that depend on the position.
+//    It sees what the rotation lane cannot (the same bit flipped in two words r apart)
+//    but loses carries out of bit 63 on its own.
+//
+// Why their xor misses no flip of one or two neighbouring bits: a change whose lowest
+// bit is b moves the additive lane by an odd multiple of 2^b, so the xor of its old
+// and new value has lowest bit b, while the rotation lane changes only bits b + r and
+// b + r + 1 (modulo 64), never b because r is neither 0 nor 63. Across a word
+// boundary (bit 63 of one word, bit 0 of the next) the additive change is odd and the
+// rotation lane changes bits r - 1 and r' with r >= 2, r' >= 2, never bit 0. The
+// same argument covers a checksum word damaged together with its neighbour (state
+// bit 63: the computed value moves by bits 60 and 63, the stored one by bit 0; record
+// bit 0: the computed value moves in bit 0, the stored one in bit 63). The test that
+// flips every bit and every pair of a real slot checks all of it.
+//
+// Both lanes run over pairs of words with one rotation per pair, so the loop is
+// plain adds, shifts and xors that the compiler keeps in vector registers.
+struct Lanes {
+  uint64_t rotated;
+  uint64_t added;
+};
+
+inline constexpr uint64_t kEvenWeight = 0x6513270e269e0d37ULL;   // odd
+inline constexpr uint64_t kOddWeight = 0xd23f0824128b2f33ULL;    // odd
+inline constexpr uint64_t kKeyWeight = 0x1818e811892f902bULL;    // odd
+inline constexpr uint64_t kStateWeight = 0x9531985d5d9dc9f9ULL;  // odd
+inline constexpr int kKeyRotation = 60;
+inline constexpr int kStateRotation = 61;
+
+constexpr uint64_t rotl64(uint64_t x, int r) { return std::rotl(x, r); }
+
+// Two words side by side; plain adds, shifts and xors on it map to one vector
+// instruction each where the machine has them (and to two scalar ones where not).
+using WordPair = uint64_t __attribute__((vector_size(16)));
+
+template <int R>
+inline WordPair rotlPair(WordPair v) {
+  return (v << R) | (v >> (64 - R));
+}
+
+// One block of eight words (rotation 2 + k + 8 * turn for word k) into the lanes.
+inline void laneBlock(const unsigned char* bytes, int turn, WordPair& x, WordPair& a, WordPair& b) {
+  WordPair v[4];
+  std::memcpy(v, bytes, sizeof v);
+  // Four steps of a += v; b += a, summed up front so that the block costs two
+  // dependent adds instead of eight: b gains 4a + 4v0 + 3v1 + 2v2 + v3.
+  const WordPair sum = (v[0] + v[1]) + (v[2] + v[3]);
+  const WordPair weighted = ((v[0] << 2) + (v[1] << 1)) + ((v[1] + (v[2] << 1)) + v[3]);
+  b += (a << 2) + weighted;
+  a += sum;
+  const WordPair y = rotlPair<2>(v[0]) ^ rotlPair<4>(v[1]) ^ rotlPair<6>(v[2]) ^ rotlPair<8>(v[3]);
+  const int r = 8 * turn;
+  x ^= r == 0 ? y : (y << r) | (y >> (64 - r));
+}
+
+// The lanes over `words` 8-byte words at `bytes` (any alignment).
+inline Lanes wordLanes(const unsigned char* bytes, size_t words) {
+  WordPair x = {0, 0};
+  WordPair a = {0, 0};
+  WordPair b = {0, 0};
+  int turn = 0;  // block number modulo 7
+  size_t i = 0;
+  for (; i + 8 <= words; i += 8) {
+    laneBlock(bytes + 8 * i, turn, x, a, b);
+    if (++turn == 7) turn = 0;
+  }
+  if (i < words) {
+    // A short last block is padded with zero words, which change neither lane's sum
+    // nor its xor and keep every weight odd.
+    unsigned char tail[64] = {};
+    std::memcpy(tail, bytes + 8 * i, 8 * (words - i));
+    laneBlock(tail, turn, x, a, b);
+  }
+  // Odd words take one more bit of rotation; a + 2b weighs each word by an odd number.
+  return Lanes{x[0] ^ rotl64(x[1], 1),
+               kEvenWeight * (a[0] + 2 * b[0]) + kOddWeight * (a[1] + 2 * b[1])};
+}
+
+// Checksum of a slot: its key, state word and record of `words` 8-byte words.
+inline uint64_t slotChecksum(uint64_t keyBits, uint64_t state, const unsigned char* record,
+                             size_t words) {
+  const Lanes lanes = wordLanes(record, words);
+  const uint64_t rotated =
+      lanes.rotated ^ rotl64(keyBits, kKeyRotation) ^ rotl64(state, kStateRotation);
+  const uint64_t added = lanes.added + keyBits * kKeyWeight + state * kStateWeight;
+  return rotated ^ added;
+}
+
+// What an empty slot holds besides its state: key, checksum and record all zero
+// except the checksum, which is that of the blank slot, so an all-zero slot is not
+// mistaken for an empty one.
+constexpr uint64_t emptyChecksum() {
+  return rotl64(kEmpty, kStateRotation) ^ (kEmpty * kStateWeight);
+}
+
+inline uint64_t headerChecksum(const TableHeader& header) {
+  const Lanes lanes = wordLanes(reinterpret_cast<const unsigned char*>(&header),
+                                offsetof(TableHeader, fixedChecksum) / 8);
+  return lanes.rotated ^ lanes.added ^ kMagic;
+}
+
+// The live words' checksum; the seed keeps a zeroed block from checking out.
+inline constexpr uint64_t kLiveSeed = 0x36f675cc81e74ef5ULL;
+inline uint64_t liveChecksum(const uint64_t* liveWords) {
+  const Lanes lanes = wordLanes(reinterpret_cast<const unsigned char*>(liveWords), kLiveWords);
+  return lanes.rotated ^ lanes.added ^ kLiveSeed;
+}
+
+// The first layout, kept so that a writer can check and carry over the records of a
+// table that an older agent left behind. Nothing else reads or writes it.
+namespace v1 {
+
+inline constexpr uint32_t kMajorVersion = 1;
+inline constexpr uint64_t kEmpty = 0;
+inline constexpr uint64_t kLive = 1;
+inline constexpr uint64_t kTomb = 2;
+
+// The fixed fields are those of the current header; the live words differ.
+struct LiveWords {
+  uint64_t generation;  // offset 128
+  uint64_t writerPid;
+  uint64_t heartbeat;
+  uint64_t liveCount;
+  uint64_t tombCount;
+  uint64_t maxProbe;
+};
+
 inline uint64_t recordChecksum(uint64_t keyBits, const unsigned char* record, size_t words) {
   uint64_t a[4] = {0, 0, 0, 0};
   uint64_t b[4] = {0, 0, 0, 0};
@@ -134,8 +282,6 @@ inline uint64_t recordChecksum(uint64_t keyBits, const unsigned char* record, si
   return mix64(h);
 }
 
-// The state is folded in with an xor so that deleting a record (live to tombstone)
-// rewrites two words instead of re-summing the whole record.
 constexpr uint64_t stateTag(uint64_t state) { return state * 0x9E3779B97F4A7C15ULL; }
 
 inline uint64_t slotChecksum(uint64_t keyBits, uint64_t state, const unsigned char* record,
@@ -147,6 +293,8 @@ inline uint64_t headerChecksum(const TableHeader& header) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(&header);
   return recordChecksum(kMagic, bytes, offsetof(TableHeader, fixedChecksum) / 8);
 }
+
+}  // namespace v1
 
 // Word access to shared memory. The writer stores and readers load whole 8-byte
 // words atomically, so a concurrent read is never a data race (a plain memcpy

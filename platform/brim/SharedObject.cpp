@@ -33,6 +33,14 @@ void checkPart(const std::string& part, const char* what) {
   }
 }
 
+// "/" + name, the form shm_open takes. Appending (rather than "/" + a temporary)
+// also keeps an optimising compiler's overlap warning about std::string quiet.
+std::string shmPath(const std::string& name) {
+  std::string path(1, '/');
+  path += name;
+  return path;
+}
+
 [[noreturn]] void throwErrno(const std::string& what) {
   throw std::system_error(errno, std::generic_category(), what);
 }
@@ -52,6 +60,11 @@ std::string tableName(const std::string& ns, const std::string& table) {
 
 bool unlinkTable(const std::string& ns, const std::string& table) {
   const std::string name = tableName(ns, table);
+  // The lock goes too: a writer that still holds it keeps it, and the next writer,
+  // which creates the table afresh, takes a fresh one.
+  if (shm_unlink(shmPath(detail::WriterLock::objectName(name)).c_str()) != 0 && errno != ENOENT) {
+    throwErrno("cannot unlink the writer lock of table " + name);
+  }
   if (shm_unlink(("/" + name).c_str()) == 0) return true;
   if (errno == ENOENT) return false;
   throwErrno("cannot unlink table " + name);
@@ -159,6 +172,13 @@ bool SharedObject::publish() {
   throwErrno("cannot publish table " + name_);
 }
 
+void SharedObject::publishReplacing() {
+  const std::string from = kShmDir + tempName_;
+  const std::string to = kShmDir + name_;
+  if (rename(from.c_str(), to.c_str()) != 0) throwErrno("cannot publish table " + name_);
+  tempName_.clear();
+}
+
 bool SharedObject::tryLockExclusive() {
   if (flock(fd_, LOCK_EX | LOCK_NB) == 0) return true;
   if (errno == EWOULDBLOCK) return false;
@@ -169,6 +189,85 @@ bool SharedObject::isLinked() const {
   struct stat st {};
   if (fstat(fd_, &st) != 0) throwErrno("cannot inspect table " + name_);
   return st.st_nlink > 0;
+}
+
+std::string WriterLock::objectName(const std::string& name) { return name + ".writer-lock"; }
+
+WriterLock::WriterLock(WriterLock&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
+WriterLock& WriterLock::operator=(WriterLock&& other) noexcept {
+  if (this != &other) {
+    if (fd_ >= 0) close(fd_);
+    fd_ = std::exchange(other.fd_, -1);
+  }
+  return *this;
+}
+
+WriterLock::~WriterLock() {
+  if (fd_ >= 0) close(fd_);
+}
+
+std::optional<WriterLock> WriterLock::tryTake(const std::string& name) {
+  const std::string object = shmPath(objectName(name));
+  const std::string path = kShmDir + objectName(name);
+  // Each round settles one race with another writer creating or replacing the object.
+  for (int round = 0; round < 8; ++round) {
+    int fd = shm_open(object.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd >= 0) {
+      // The umask may have taken bits away, never added any; make it exact anyway.
+      if (fchmod(fd, 0600) != 0) {
+        const int saved = errno;
+        close(fd);
+        errno = saved;
+        throwErrno("cannot set the mode of the writer lock of table " + name);
+      }
+    } else if (errno == EEXIST) {
+      fd = shm_open(object.c_str(), O_RDWR | O_CLOEXEC, 0);
+      if (fd < 0) {
+        if (errno == ENOENT) continue;
+        if (errno != EACCES) throwErrno("cannot open the writer lock of table " + name);
+      }
+    } else {
+      throwErrno("cannot create the writer lock of table " + name);
+    }
+    struct stat st {};
+    if (fd >= 0 && fstat(fd, &st) != 0) {
+      const int saved = errno;
+      close(fd);
+      errno = saved;
+      throwErrno("cannot inspect the writer lock of table " + name);
+    }
+    if (fd < 0 || st.st_uid != geteuid() || (st.st_mode & 077) != 0) {
+      // Planted by someone else, or opened up since: whoever can open it could hold
+      // it. The directory is sticky, so only its owner or a privileged writer can
+      // remove it; then the next round makes our own.
+      if (fd >= 0) close(fd);
+      if (shm_unlink(object.c_str()) != 0 && errno != ENOENT) {
+        throw std::runtime_error("table " + name + ": its writer lock " + path +
+                                 " belongs to another user or is open to others, and cannot "
+                                 "be replaced: " +
+                                 std::generic_category().message(errno));
+      }
+      continue;
+    }
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+      const int saved = errno;
+      close(fd);
+      if (saved == EWOULDBLOCK) return std::nullopt;
+      errno = saved;
+      throwErrno("cannot lock table " + name);
+    }
+    // Removed (by unlinkTable) or replaced between our open and our lock: that lock
+    // no longer guards the table, so start over.
+    struct stat now {};
+    if (stat(path.c_str(), &now) != 0 || now.st_ino != st.st_ino || now.st_dev != st.st_dev) {
+      close(fd);
+      continue;
+    }
+    return WriterLock(fd);
+  }
+  throw std::runtime_error("table " + name +
+                           ": its writer lock kept being replaced by others while taking it");
 }
 
 }  // namespace detail

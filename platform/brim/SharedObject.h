@@ -14,8 +14,9 @@ namespace Brim {
 // characters; otherwise raises std::invalid_argument naming the problem.
 std::string tableName(const std::string& ns, const std::string& table);
 
-// Removes the table's name so that the next writer creates it afresh; processes that
-// have it mapped keep their mapping. Returns false when there was no such table.
+// Removes the table's name (and its writer lock object) so that the next writer
+// creates it afresh; processes that have it mapped keep their mapping. Returns false
+// when there was no such table.
 // Requires: valid names as for tableName().
 bool unlinkTable(const std::string& ns, const std::string& table);
 
@@ -44,8 +45,11 @@ class SharedObject {
   // free, so a reader never maps a half-built table and two racing creators cannot
   // replace each other. Returns false (and removes the temporary) when it is taken.
   bool publish();
-  // Takes the exclusive writer lock without waiting; the kernel drops it when the
-  // holder exits, however it exits.
+  // As publish(), but takes the name over from the table already there: readers that
+  // have the old object mapped keep it, new ones map this one.
+  void publishReplacing();
+  // Takes an exclusive flock on the object itself without waiting. Only tables of the
+  // first layout were locked this way; a writer of that layout may still hold one.
   bool tryLockExclusive();
   // False once the object's name has been removed (by unlinkTable) since it was opened.
   bool isLinked() const;
@@ -62,6 +66,33 @@ class SharedObject {
   unsigned char* data_ = nullptr;
   uint64_t size_ = 0;
   std::string tempName_;  // set until a temporary object is published
+};
+
+// The writer lock of one table: a separate shared-memory object "<name>.writer-lock",
+// mode 0600, that only the writer's user can open. The table object itself is
+// readable by everyone, and any process that can open a file can flock it, so a lock
+// on the table would let an unprivileged reader keep the agent from starting.
+// Move-only; the kernel drops the lock when the holder exits, however it exits.
+class WriterLock {
+ public:
+  // Takes the lock of table `name` without waiting, creating its object if needed.
+  // Returns nullopt when another process holds it. Raises std::system_error when the
+  // object cannot be made or locked, and std::runtime_error when an object of that
+  // name belongs to another user or is open to others and cannot be replaced.
+  static std::optional<WriterLock> tryTake(const std::string& name);
+
+  WriterLock(WriterLock&& other) noexcept;
+  WriterLock& operator=(WriterLock&& other) noexcept;
+  WriterLock(const WriterLock&) = delete;
+  WriterLock& operator=(const WriterLock&) = delete;
+  ~WriterLock();
+
+  // The shared-memory name of the lock object of table `name`.
+  static std::string objectName(const std::string& name);
+
+ private:
+  explicit WriterLock(int fd) : fd_(fd) {}
+  int fd_ = -1;
 };
 
 }  // namespace detail

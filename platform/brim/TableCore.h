@@ -33,6 +33,34 @@ struct SlotImage {
   bool payloadRead;
 };
 
+// The header's live words, as the writer last published them.
+struct LiveWords {
+  uint64_t generation;
+  uint64_t writerPid;
+  uint64_t heartbeat;
+  uint64_t liveCount;
+  uint64_t tombCount;
+  uint64_t maxProbe;
+  uint64_t changeCount;
+};
+static_assert(sizeof(LiveWords) == 8 * Layout::kLiveWords);
+
+// What a walk keeps to compare the live slots it met with the count the header
+// promises: only a whole walk, with no damage reported on the way and no change of
+// which slots are live in the meantime, can tell that records have gone missing.
+struct WalkState {
+  bool started = false;
+  bool comparable = false;  // started at slot 0 with a readable, settled change count
+  bool damaged = false;     // some step reported damage, which the caller already knows
+  bool finished = false;
+  uint64_t changeCount = 0;
+  uint64_t liveSeen = 0;
+  // The probe bound, read once per walk: a key met beyond it makes placementFailed()
+  // look at the header afresh before it reports anything.
+  uint32_t limit = 0;
+  bool haveLimit = false;
+};
+
 class TableCore {
  public:
   // Opens the published table `name` read-only. Raises TableMissingException when it
@@ -49,11 +77,17 @@ class TableCore {
   uint32_t slotCount() const { return fixed_.slotCount; }
   uint32_t recordWords() const { return recordWords_; }
 
-  // Live records. A reader raises CorruptionDetectedException for an impossible count.
+  // Live records. A reader raises CorruptionDetectedException for an impossible count
+  // or live header words that fail their checksum; so do the three below.
   uint64_t size() const;
-  uint64_t generation() const { return headerLoad(offsetof(Layout::TableHeader, generation)); }
-  uint64_t writerPid() const { return headerLoad(offsetof(Layout::TableHeader, writerPid)); }
+  uint64_t generation() const;
+  uint64_t writerPid() const;
   double heartbeat() const;
+
+  // The live header words, read with the sequence protocol and checked against their
+  // checksum. Raises CorruptionDetectedException (SlotBusyException when they stay
+  // mid-write) on damage.
+  LiveWords liveWords() const;
 
   // Looks `key` up and returns its slot. With a `payload` buffer of recordWords() * 8
   // bytes (the caller's record itself), also copies the record there and checks its
@@ -64,8 +98,10 @@ class TableCore {
   // Finds the first live slot at or after `position`, copies its record to `payload`
   // and its key to `key`, and returns the slot. `position` moves past every slot read
   // before any check can raise, so a caller that catches the damage report of one slot
-  // carries on with the next.
-  std::optional<uint32_t> nextLive(uint32_t& position, unsigned char* payload, uint64_t& key) const;
+  // carries on with the next. At the end of a whole walk, raises once if the walk met
+  // another number of live slots than the header counts.
+  std::optional<uint32_t> nextLive(uint32_t& position, unsigned char* payload, uint64_t& key,
+                                   WalkState& walk) const;
 
   // Every damage in the header and slots that can be seen, one line each; empty when
   // the table is sound. Bounded work; never raises for damage and never asserts.
@@ -87,9 +123,17 @@ class TableCore {
   }
   uint32_t homeOf(uint64_t key) const { return Layout::homeSlot(key, slotMask_); }
 
-  // The longest probe distance to search. Readers take it from the header (bounded,
-  // since the header may be damaged); the writer keeps its own.
+  // The longest probe distance to search. Readers take it from the checked live
+  // header words (bounded, since those may be damaged); the writer keeps its own.
   uint32_t probeLimit() const;
+  // Reads the live words once; "" when they are sound, else what is wrong.
+  std::string tryLiveWords(LiveWords& out) const;
+  // The walk's start and end bookkeeping, out of line: they read the header.
+  void startWalk(WalkState& walk, uint32_t position) const;
+  void finishWalk(WalkState& walk) const;
+  // A miss looked past the slots between the key's home and `distance`: one of them
+  // may be the key's own slot with a damaged key, so each must pass its checksum.
+  void checkPassedSlots(uint64_t key, uint32_t distance) const;
 
   // Reads slot `slot` with the sequence protocol; copies the record words to `payload`
   // when `wantPayload(key, state)` says so.
@@ -101,6 +145,8 @@ class TableCore {
 
   // Damage checks of a slot image met at `slot`; each raises CorruptionDetectedException.
   void checkState(uint32_t slot, const SlotImage& image) const;
+  // An empty slot is blank: key zero and the blank slot's checksum.
+  void checkBlank(uint32_t slot, const SlotImage& image) const;
   void checkPlacement(uint32_t slot, uint64_t key, uint32_t limit) const;
   void placementFailed(uint32_t slot, uint64_t key, uint32_t distance) const;
   void checkPayload(uint32_t slot, const SlotImage& image, const unsigned char* payload) const;
@@ -120,7 +166,22 @@ class TableCore {
   uint32_t liveCount_ = 0;
   uint32_t tombCount_ = 0;
   uint32_t maxProbe_ = 0;
+  uint64_t changeCount_ = 0;
+  uint64_t generation_ = 0;
+  uint64_t writerPid_ = 0;
+  uint64_t heartbeat_ = 0;
 };
+
+// How long a reader waits for a slot or the live header words to settle before it
+// reports them stuck. The default suits a live writer; tests and the fuzz target that
+// feed deliberately stuck images lower it so that each read stays quick.
+struct ReaderPatience {
+  uint32_t spins;
+  uint32_t yields;
+  uint32_t sleeps;
+};
+ReaderPatience readerPatience();
+void readerPatienceIs(const ReaderPatience& patience);
 
 template <class WantPayload>
 SlotImage TableCore::readSlot(uint32_t slot, unsigned char* payload,
@@ -129,10 +190,12 @@ SlotImage TableCore::readSlot(uint32_t slot, unsigned char* payload,
   for (uint32_t attempt = 0;; ++attempt) {
     const uint64_t s1 = Layout::loadWord(w[Layout::kSeqWord], std::memory_order_acquire);
     if ((s1 & 1) == 0) {
+      // The checksum shares the cache line of key and state: an empty slot is
+      // checked against it for free.
       SlotImage image{Layout::loadWord(w[Layout::kKeyWord]),
-                      Layout::loadWord(w[Layout::kStateWord]), 0, false};
+                      Layout::loadWord(w[Layout::kStateWord]),
+                      Layout::loadWord(w[Layout::kChecksumWord]), false};
       if (payload != nullptr && wantPayload(image.key, image.state)) {
-        image.checksum = Layout::loadWord(w[Layout::kChecksumWord]);
         const uint64_t* record = w + Layout::kSlotHeaderWords;
         // A local bound: the byte copies below could alias this object's members.
         const uint32_t words = recordWords_;
@@ -153,42 +216,66 @@ SlotImage TableCore::readSlot(uint32_t slot, unsigned char* payload,
 
 inline uint32_t TableCore::probeLimit() const {
   if (writer_) return maxProbe_;
-  const uint64_t published = headerLoad(offsetof(Layout::TableHeader, maxProbe));
+  const uint64_t published = liveWords().maxProbe;
   return published < slotMask_ ? static_cast<uint32_t>(published) : slotMask_;
 }
 
 inline std::optional<uint32_t> TableCore::lookup(uint64_t key, unsigned char* payload) const {
   const uint32_t home = homeOf(key);
-  const uint32_t limit = probeLimit();
-  for (uint32_t distance = 0; distance <= limit; ++distance) {
+  // Most keys sit in their home slot: the bound (a header read for a reader) is only
+  // fetched once the probe has to look further, or to place a key met on the way.
+  std::optional<uint32_t> limit;
+  const auto limitNow = [&] {
+    if (!limit) limit = probeLimit();
+    return *limit;
+  };
+  for (uint32_t distance = 0; distance == 0 || distance <= limitNow(); ++distance) {
     const uint32_t slot = (home + distance) & slotMask_;
     const SlotImage image = readSlot(slot, payload, [key](uint64_t k, uint64_t state) {
       return k == key && state == Layout::kLive;
     });
-    if (image.state == Layout::kEmpty) return std::nullopt;
+    if (image.state == Layout::kEmpty) {
+      checkBlank(slot, image);
+      if (distance > 0) checkPassedSlots(key, distance);
+      return std::nullopt;
+    }
     checkState(slot, image);
-    checkPlacement(slot, image.key, limit);
+    if (homeOf(image.key) != slot) checkPlacement(slot, image.key, limitNow());
     if (image.key == key && image.state == Layout::kLive) {
       if (payload != nullptr) checkPayload(slot, image, payload);
       return slot;
     }
   }
+  checkPassedSlots(key, limitNow() + 1);
   return std::nullopt;
 }
 
 inline std::optional<uint32_t> TableCore::nextLive(uint32_t& position, unsigned char* payload,
-                                                   uint64_t& key) const {
+                                                   uint64_t& key, WalkState& walk) const {
+  if (!walk.started) startWalk(walk, position);
   while (position < fixed_.slotCount) {
     const uint32_t slot = position++;
     const SlotImage image =
         readSlot(slot, payload, [](uint64_t, uint64_t state) { return state == Layout::kLive; });
-    if (image.state == Layout::kEmpty || image.state == Layout::kTomb) continue;
+    if (image.state == Layout::kEmpty) {
+      checkBlank(slot, image);
+      continue;
+    }
+    if (image.state == Layout::kTomb) continue;
     checkState(slot, image);
-    checkPlacement(slot, image.key, probeLimit());
+    ++walk.liveSeen;
+    if (homeOf(image.key) != slot) {
+      if (!walk.haveLimit) {
+        walk.limit = probeLimit();
+        walk.haveLimit = true;
+      }
+      checkPlacement(slot, image.key, walk.limit);
+    }
     checkPayload(slot, image, payload);
     key = image.key;
     return slot;
   }
+  if (!walk.finished) finishWalk(walk);
   return std::nullopt;
 }
 
@@ -197,6 +284,12 @@ inline void TableCore::checkState(uint32_t slot, const SlotImage& image) const {
       [[unlikely]] {
     corruption("slot " + std::to_string(slot) + " has an invalid state " +
                std::to_string(image.state));
+  }
+}
+
+inline void TableCore::checkBlank(uint32_t slot, const SlotImage& image) const {
+  if (image.key != 0 || image.checksum != Layout::emptyChecksum()) [[unlikely]] {
+    corruption(describeSlot(slot, image.key) + " is marked empty but is not blank");
   }
 }
 
@@ -241,8 +334,10 @@ class WriterCore : public TableCore {
 
   static std::unique_ptr<WriterCore> create(SharedObject object, const std::string& name,
                                             const Layout::TableHeader& fixed);
-  static std::unique_ptr<WriterCore> attach(SharedObject object, const std::string& name,
-                                            const RecordLayout& layout);
+  static std::unique_ptr<WriterCore> attach(WriterLock lock, SharedObject object,
+                                            const std::string& name, const RecordLayout& layout);
+  // Formats every slot of a new table as blank and empty.
+  void formatSlots();
   void repairAndRecount();
 
   // The writer reads its own slots directly: nobody else writes them.
@@ -252,10 +347,21 @@ class WriterCore : public TableCore {
   // Rewrites a slot with the sequence protocol; a null `record` keeps the record words.
   void writeSlot(uint32_t slot, uint64_t key, uint64_t state, uint64_t checksum,
                  const unsigned char* record);
+  // Publishes the live words under the header's sequence count.
   void publishCounts();
+  // Marks the start and the end of a change of which slots are live (see WalkState).
+  void beginLivenessChange();
+  void endLivenessChange();
   void trimTombstones(uint32_t slot);
+  void writeBlank(uint32_t slot);
+  // Copies the slot's record words into `out` (recordWords() words).
+  void ownRecord(uint32_t slot, uint64_t* out) const;
+  static std::unique_ptr<WriterCore> migrate(WriterLock lock, SharedObject old,
+                                             const std::string& name, const RecordLayout& layout);
 
   std::vector<std::string> attachReport_;
+  std::vector<unsigned char> blank_;  // a zero record, for emptied slots
+  std::optional<WriterLock> lock_;
 };
 
 }  // namespace Brim::detail

@@ -1,9 +1,12 @@
 // Brim table reader: a read-only view of a shared-memory counter table from another
 // process (the reader command, exporters, tests).
 //
-// A reader maps the table read-only and cannot disturb the writer. It trusts nothing
-// it reads: the header is checked on open, every index is bounded, every record's
-// checksum is verified, and a slot that stays mid-write is reported rather than
+// A reader maps the table read-only, takes no lock and cannot disturb the writer. It
+// trusts nothing it reads: the header is checked on open, the writer's live header
+// words are checked on every use, every index is bounded, every record's checksum is
+// verified (and, on a miss, those of the slots the look-up passed, one of which may
+// be the key's own with a damaged key), a whole walk compares the live records it met
+// with the header's count, and a slot that stays mid-write is reported rather than
 // waited on forever. Damage raises Pontil::CorruptionDetectedException.
 #pragma once
 
@@ -32,9 +35,11 @@ class TableReader : public TableView<Record> {
   }
 
   // The process id of the attached writer; 0 once it has closed the table. A writer
-  // killed outright leaves its pid here: compare heartbeats to tell.
+  // killed outright leaves its pid here: compare heartbeats to tell. Raises
+  // Pontil::CorruptionDetectedException when the live header words are damaged.
   uint64_t writerPid() const { return this->core_->writerPid(); }
-  // The last heartbeat the writer published (0 until it publishes one).
+  // The last heartbeat the writer published (0 until it publishes one). Raises as
+  // writerPid() does.
   double heartbeat() const { return this->core_->heartbeat(); }
 
  private:

@@ -42,11 +42,13 @@ class TableView {
     return core_->lookup(Traits::keyBits(key), nullptr).has_value();
   }
 
+  // Live records. A reader raises Pontil::CorruptionDetectedException for a count no
+  // writer could have published or for damaged live header words.
   size_t size() const { return core_->size(); }
   // The most records the table accepts (fixed when it was created).
   uint32_t capacity() const { return core_->capacity(); }
   // Bumped each time a writer attaches; a reader that sees it change knows the
-  // writer restarted.
+  // writer restarted. A reader raises as size() does.
   uint64_t generation() const { return core_->generation(); }
   // "<ns>.<table>".
   const std::string& name() const { return core_->name(); }
@@ -55,7 +57,8 @@ class TableView {
   Cursor<Record> cursor() const { return Cursor<Record>(*core_); }
 
   // Calls visit(record) for every live record (the reference is valid during the call
-  // only); damage ends the walk with Pontil::CorruptionDetectedException.
+  // only); damage ends the walk with Pontil::CorruptionDetectedException, and so does
+  // a walk that met fewer or more live records than the table counts.
   template <class Visit>
   void forEach(Visit&& visit) const {
     Cursor<Record> walk = cursor();

@@ -29,7 +29,9 @@ class TableWriter : public TableView<Record> {
   // Creates table "<ns>.<table>" for `capacity` records, or attaches to an existing
   // one of the same record layout, keeping its records (with the capacity it was
   // created with), bumping its generation and repairing slots that a writer killed
-  // mid-write left behind (see attachReport()). Raises WriterBusyException when
+  // mid-write left behind (see attachReport()). A table of the first layout is
+  // rebuilt in the current one, keeping every record that passes the old checksum,
+  // and replaces the old object under the same name. Raises WriterBusyException when
   // another process writes the table, LayoutMismatchException when it holds another
   // record layout, Pontil::CorruptionDetectedException when its header is damaged.
   // Requires: valid names (see tableName()) and 1 <= capacity <= 2^24.
@@ -43,6 +45,43 @@ class TableWriter : public TableView<Record> {
   // TableFullException, changing nothing, for a new key when size() == capacity().
   void put(const Record& record) {
     writer_->put(Traits::keyBits(record.key()), Traits::bytes(record));
+  }
+
+  // Where a live key's record sits, for a writer that publishes the same keys over and
+  // over: putAt() with it skips the look-up. A handle is never wrong, only stale: once
+  // its key is deleted (and maybe inserted again elsewhere), putAt() notices and
+  // falls back to put().
+  class Slot {
+   public:
+    const Key& key() const { return key_; }
+
+   private:
+    friend class TableWriter;
+    Slot(const Key& key, uint32_t slot) : key_(key), slot_(slot) {}
+    Key key_;
+    uint32_t slot_;
+  };
+
+  // The handle of the key's slot, or nullopt when the key is not live.
+  std::optional<Slot> slotOf(const Key& key) const {
+    const std::optional<uint32_t> slot = this->core_->lookup(Traits::keyBits(key), nullptr);
+    if (!slot) return std::nullopt;
+    return Slot(key, *slot);
+  }
+
+  // As put(record), straight into the handle's slot while it still holds the key live;
+  // otherwise a full put() that also points the handle at the key's new slot.
+  // Requires: record.key() is the handle's key; otherwise the fatal assertion
+  // "BrimMap::putAt() of a record for another key".
+  void putAt(Slot& slot, const Record& record) {
+    const uint64_t bits = Traits::keyBits(record.key());
+    vornAssertText(bits == Traits::keyBits(slot.key_),
+                   "BrimMap::putAt() of a record for another key");
+    // rewrite() checks that the slot holds this very key live: that is all a stale
+    // handle can get wrong.
+    if (writer_->rewrite(slot.slot_, bits, Traits::bytes(record))) return;
+    writer_->put(bits, Traits::bytes(record));
+    slot.slot_ = this->core_->lookup(bits, nullptr).value_or(0);
   }
 
   // Removes the key's record; false when there was none.

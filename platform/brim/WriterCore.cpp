@@ -20,11 +20,22 @@ namespace {
 // a handful of rounds settles any real race.
 constexpr int kOpenRounds = 8;
 
-std::string busyMessage(const std::string& name, const SharedObject& object) {
+std::string busyMessage(const std::string& name) {
   std::string message = "table " + name + " already has a writer";
-  if (object.size() >= Layout::kHeaderSize) {
-    const auto* header = reinterpret_cast<const TableHeader*>(object.data());
-    const uint64_t pid = Layout::loadWord(header->writerPid);
+  std::optional<SharedObject> object;
+  try {
+    object = SharedObject::open(name, SharedObject::Access::kReadOnly);
+  } catch (const std::exception&) {
+    // The pid is a courtesy; without it the message still says what matters.
+  }
+  if (object && object->size() >= Layout::kHeaderSize) {
+    // A writer of the first layout keeps its pid one word earlier.
+    const bool first = readFixedHeader(object->data()).majorVersion == Layout::v1::kMajorVersion;
+    const size_t offset =
+        first ? Layout::kFixedHeaderSize + offsetof(Layout::v1::LiveWords, writerPid)
+              : offsetof(TableHeader, writerPid);
+    const uint64_t pid =
+        Layout::loadWord(*reinterpret_cast<const uint64_t*>(object->data() + offset));
     if (pid != 0) message += " (pid " + std::to_string(pid) + ")";
   }
   return message;
@@ -52,11 +63,13 @@ TableHeader freshHeader(const RecordLayout& layout, uint32_t capacity) {
 }  // namespace
 
 WriterCore::WriterCore(SharedObject object, std::string name, const TableHeader& fixed)
-    : TableCore(std::move(object), std::move(name), fixed, true) {}
+    : TableCore(std::move(object), std::move(name), fixed, true),
+      blank_(static_cast<size_t>(fixed.recordSize), 0) {}
 
 WriterCore::~WriterCore() {
   // Tells readers that nobody keeps this table up to date any more.
-  Layout::storeWord(headerWord(offsetof(TableHeader, writerPid)), 0, std::memory_order_release);
+  writerPid_ = 0;
+  publishCounts();
 }
 
 std::unique_ptr<WriterCore> WriterCore::open(const std::string& name, const RecordLayout& layout,
@@ -71,22 +84,19 @@ std::unique_ptr<WriterCore> WriterCore::open(const std::string& name, const Reco
                                 std::to_string(layout.recordSize) + " bytes cannot be stored");
   }
   for (int round = 0; round < kOpenRounds; ++round) {
+    std::optional<WriterLock> lock = WriterLock::tryTake(name);
+    if (!lock) throw WriterBusyException(busyMessage(name));
     if (std::optional<SharedObject> existing =
             SharedObject::open(name, SharedObject::Access::kReadWrite)) {
-      if (!existing->tryLockExclusive()) throw WriterBusyException(busyMessage(name, *existing));
-      // Unlinked between our open and our lock: whoever unlinked it wants a new table.
-      if (!existing->isLinked()) continue;
-      return attach(std::move(*existing), name, layout);
+      return attach(std::move(*lock), std::move(*existing), name, layout);
     }
     const TableHeader fixed = freshHeader(layout, capacity);
-    SharedObject object = SharedObject::createTemporary(name, fixed.totalSize);
-    // Locked before it is visible, so no second writer can slip in after publication.
-    if (!object.tryLockExclusive()) {
-      throw std::runtime_error("table " + name + ": cannot lock the table being created");
-    }
-    std::unique_ptr<WriterCore> core = create(std::move(object), name, fixed);
+    std::unique_ptr<WriterCore> core =
+        create(SharedObject::createTemporary(name, fixed.totalSize), name, fixed);
+    core->lock_ = std::move(lock);
     if (core->object_.publish()) return core;
-    // Another writer published the table first: attach to theirs (or find it busy).
+    // Published meanwhile by a writer that does not take this lock (one of the first
+    // layout): attach to it, or find it busy.
   }
   throw std::runtime_error("table " + name +
                            " kept being created and removed by others while opening it");
@@ -96,13 +106,24 @@ std::unique_ptr<WriterCore> WriterCore::create(SharedObject object, const std::s
                                                const TableHeader& fixed) {
   std::memcpy(object.data(), &fixed, Layout::kFixedHeaderSize);
   std::unique_ptr<WriterCore> core(new WriterCore(std::move(object), name, fixed));
-  Layout::storeWord(core->headerWord(offsetof(TableHeader, generation)), 1);
-  Layout::storeWord(core->headerWord(offsetof(TableHeader, writerPid)),
-                    static_cast<uint64_t>(getpid()));
+  core->formatSlots();
+  core->generation_ = 1;
+  core->writerPid_ = static_cast<uint64_t>(getpid());
+  core->publishCounts();
   return core;
 }
 
-std::unique_ptr<WriterCore> WriterCore::attach(SharedObject object, const std::string& name,
+void WriterCore::formatSlots() {
+  // The object starts zero-filled; an empty slot is blank but for state and checksum.
+  for (uint32_t slot = 0; slot < fixed_.slotCount; ++slot) {
+    uint64_t* w = slotWords(slot);
+    Layout::storeWord(w[Layout::kStateWord], Layout::kEmpty);
+    Layout::storeWord(w[Layout::kChecksumWord], Layout::emptyChecksum());
+  }
+}
+
+std::unique_ptr<WriterCore> WriterCore::attach(WriterLock lock, SharedObject object,
+                                               const std::string& name,
                                                const RecordLayout& layout) {
   if (object.size() < Layout::kHeaderSize) {
     throw Pontil::CorruptionDetectedException(
@@ -110,7 +131,9 @@ std::unique_ptr<WriterCore> WriterCore::attach(SharedObject object, const std::s
         " bytes, smaller than its header (" + std::to_string(Layout::kHeaderSize) + " bytes)");
   }
   const TableHeader fixed = readFixedHeader(object.data());
-  const HeaderFindings findings = inspectHeader(fixed, object.size(), layout);
+  const bool first =
+      fixed.magic == Layout::kMagic && fixed.majorVersion == Layout::v1::kMajorVersion;
+  const HeaderFindings findings = inspectHeader(fixed, object.size(), layout, first);
   if (!findings.foreign.empty()) {
     throw LayoutMismatchException("table " + name + " cannot be attached: " + findings.foreign);
   }
@@ -129,12 +152,72 @@ std::unique_ptr<WriterCore> WriterCore::attach(SharedObject object, const std::s
     throw Pontil::CorruptionDetectedException("table " + name + ": " +
                                               joinFindings(findings.damage));
   }
+  if (first) return migrate(std::move(lock), std::move(object), name, layout);
   std::unique_ptr<WriterCore> core(new WriterCore(std::move(object), name, fixed));
+  core->lock_ = std::move(lock);
+  // The live words may be damaged; only the generation is carried over from them.
+  const uint64_t generation = Layout::loadWord(core->headerWord(offsetof(TableHeader, generation)));
+  const uint64_t changes = Layout::loadWord(core->headerWord(offsetof(TableHeader, changeCount)));
   core->repairAndRecount();
-  uint64_t& generation = core->headerWord(offsetof(TableHeader, generation));
-  Layout::storeWord(generation, Layout::loadWord(generation) + 1, std::memory_order_release);
-  Layout::storeWord(core->headerWord(offsetof(TableHeader, writerPid)),
-                    static_cast<uint64_t>(getpid()), std::memory_order_release);
+  core->generation_ = generation + 1;
+  // Past anything a reader may have seen, and even: no change is under way.
+  core->changeCount_ = (changes | 1) + 1;
+  core->writerPid_ = static_cast<uint64_t>(getpid());
+  core->heartbeat_ = Layout::loadWord(core->headerWord(offsetof(TableHeader, heartbeat)));
+  core->publishCounts();
+  return core;
+}
+
+std::unique_ptr<WriterCore> WriterCore::migrate(WriterLock lock, SharedObject old,
+                                                const std::string& name,
+                                                const RecordLayout& layout) {
+  // Writers of the first layout locked the table object itself.
+  if (!old.tryLockExclusive()) throw WriterBusyException(busyMessage(name));
+  const TableHeader oldFixed = readFixedHeader(old.data());
+  const TableHeader fixed = freshHeader(layout, oldFixed.capacity);
+  std::unique_ptr<WriterCore> core =
+      create(SharedObject::createTemporary(name, fixed.totalSize), name, fixed);
+  core->lock_ = std::move(lock);
+
+  // The old writer is gone (we hold its lock), so plain word loads see its last state.
+  Layout::v1::LiveWords oldLive;
+  std::memcpy(&oldLive, old.data() + Layout::kFixedHeaderSize, sizeof oldLive);
+  const uint32_t words = oldFixed.recordSize / 8;
+  std::vector<uint64_t> record(words);
+  const auto* bytes = reinterpret_cast<const unsigned char*>(record.data());
+  uint64_t kept = 0;
+  std::vector<std::string> dropped;
+  for (uint32_t slot = 0; slot < oldFixed.slotCount; ++slot) {
+    const auto* w = reinterpret_cast<const uint64_t*>(
+        old.data() + oldFixed.slotsOffset + static_cast<uint64_t>(slot) * oldFixed.slotSize);
+    const uint64_t key = Layout::loadWord(w[Layout::kKeyWord]);
+    const uint64_t state = Layout::loadWord(w[Layout::kStateWord]);
+    if (state != Layout::v1::kLive) continue;  // tombstones need not survive a rebuild
+    for (uint32_t i = 0; i < words; ++i)
+      record[i] = Layout::loadWord(w[Layout::kSlotHeaderWords + i]);
+    if (Layout::v1::slotChecksum(key, state, bytes, words) !=
+        Layout::loadWord(w[Layout::kChecksumWord])) {
+      dropped.push_back(core->describeSlot(slot, key) +
+                        " of the old table fails its checksum and was dropped");
+      continue;
+    }
+    try {
+      core->put(key, bytes);
+      ++kept;
+    } catch (const TableFullException&) {
+      dropped.push_back(core->describeSlot(slot, key) +
+                        " of the old table did not fit and was dropped");
+    }
+  }
+  core->generation_ = oldLive.generation + 1;
+  core->publishCounts();
+  core->attachReport_.push_back(
+      "migrated from layout version 1." + std::to_string(oldFixed.minorVersion) + ": kept " +
+      std::to_string(kept) + " records, dropped " + std::to_string(dropped.size()));
+  core->attachReport_.insert(core->attachReport_.end(), dropped.begin(), dropped.end());
+  // Readers that mapped the old table keep it; everyone opening the name from now on
+  // gets the new one, whole.
+  core->object_.publishReplacing();
   return core;
 }
 
@@ -154,19 +237,34 @@ void WriterCore::repairAndRecount() {
       payload[i] = Layout::loadWord(w[Layout::kSlotHeaderWords + i]);
     }
     const bool used = state == Layout::kLive || state == Layout::kTomb;
-    const bool intact = !used || Layout::slotChecksum(key, state, bytes, recordWords_) == checksum;
+    const bool intact =
+        used ? Layout::slotChecksum(key, state, bytes, recordWords_) == checksum
+             : state != Layout::kEmpty ||
+                   (key == 0 && checksum == Layout::emptyChecksum() &&
+                    std::all_of(payload.begin(), payload.end(), [](uint64_t v) { return v == 0; }));
     if (seq & 1) {
       // The previous writer died inside a write. Key and state are single words and
       // so either old or new, but the record may be half of each: such a record was
       // never written by anyone, so it is dropped rather than published.
       if (!intact) {
-        state = Layout::kTomb;
-        Layout::storeWord(w[Layout::kStateWord], state);
-        Layout::storeWord(w[Layout::kChecksumWord],
-                          Layout::slotChecksum(key, state, bytes, recordWords_));
-        attachReport_.push_back(describeSlot(slot, key) +
-                                ": a write interrupted by the previous writer left a torn "
-                                "record, which was dropped");
+        if (used) {
+          state = Layout::kTomb;
+          Layout::storeWord(w[Layout::kStateWord], state);
+          Layout::storeWord(w[Layout::kChecksumWord],
+                            Layout::slotChecksum(key, state, bytes, recordWords_));
+          attachReport_.push_back(describeSlot(slot, key) +
+                                  ": a write interrupted by the previous writer left a torn "
+                                  "record, which was dropped");
+        } else {
+          // An emptying cut short: finish it.
+          for (uint32_t i = 0; i < recordWords_; ++i) {
+            Layout::storeWord(w[Layout::kSlotHeaderWords + i], 0);
+          }
+          Layout::storeWord(w[Layout::kKeyWord], 0);
+          Layout::storeWord(w[Layout::kChecksumWord], Layout::emptyChecksum());
+          attachReport_.push_back(describeSlot(slot, key) +
+                                  ": an interrupted emptying by the previous writer was finished");
+        }
       } else {
         attachReport_.push_back(describeSlot(slot, key) +
                                 ": the previous writer stopped inside a write that left the "
@@ -175,7 +273,8 @@ void WriterCore::repairAndRecount() {
       Layout::storeWord(w[Layout::kSeqWord], seq + 1, std::memory_order_release);
     } else if (!intact) {
       // Damage of unknown origin is left for validation and the corruption hook.
-      attachReport_.push_back(describeSlot(slot, key) + " fails its checksum");
+      attachReport_.push_back(describeSlot(slot, key) +
+                              (used ? " fails its checksum" : " is marked empty but is not blank"));
     }
     if (state == Layout::kLive) ++liveCount_;
     if (state == Layout::kTomb) ++tombCount_;
@@ -186,9 +285,6 @@ void WriterCore::repairAndRecount() {
                               std::to_string(state));
     }
   }
-  Layout::storeWord(headerWord(offsetof(TableHeader, maxProbe)), maxProbe_,
-                    std::memory_order_release);
-  publishCounts();
 }
 
 void WriterCore::writeSlot(uint32_t slot, uint64_t key, uint64_t state, uint64_t checksum,
@@ -214,10 +310,33 @@ void WriterCore::writeSlot(uint32_t slot, uint64_t key, uint64_t state, uint64_t
 }
 
 void WriterCore::publishCounts() {
-  Layout::storeWord(headerWord(offsetof(TableHeader, liveCount)), liveCount_,
-                    std::memory_order_release);
-  Layout::storeWord(headerWord(offsetof(TableHeader, tombCount)), tombCount_,
-                    std::memory_order_release);
+  const uint64_t words[Layout::kLiveWords] = {generation_, writerPid_, heartbeat_,  liveCount_,
+                                              tombCount_,  maxProbe_,  changeCount_};
+  uint64_t& seqWord = headerWord(offsetof(TableHeader, liveSeq));
+  // As for a slot: an odd count is damage or a killed writer, and this write evens it.
+  const uint64_t seq = Layout::loadWord(seqWord) & ~uint64_t{1};
+  Layout::storeWord(seqWord, seq + 1);
+  std::atomic_thread_fence(std::memory_order_release);
+  for (size_t i = 0; i < Layout::kLiveWords; ++i) {
+    Layout::storeWord(headerWord(Layout::kLiveWordsOffset + 8 * i), words[i]);
+  }
+  Layout::storeWord(headerWord(offsetof(TableHeader, liveChecksum)), Layout::liveChecksum(words));
+  Layout::storeWord(seqWord, seq + 2, std::memory_order_release);
+}
+
+void WriterCore::beginLivenessChange() {
+  ++changeCount_;
+  publishCounts();
+}
+
+void WriterCore::endLivenessChange() {
+  ++changeCount_;
+  publishCounts();
+}
+
+void WriterCore::ownRecord(uint32_t slot, uint64_t* out) const {
+  const uint64_t* words = slotWords(slot) + Layout::kSlotHeaderWords;
+  for (uint32_t i = 0; i < recordWords_; ++i) out[i] = Layout::loadWord(words[i]);
 }
 
 void WriterCore::put(uint64_t key, const unsigned char* record) {
@@ -249,18 +368,15 @@ void WriterCore::put(uint64_t key, const unsigned char* record) {
   }
   if (!freeSlot) corruption("no free slot for a new key, every slot is in use or damaged");
   const bool reusesTomb = ownWord(*freeSlot, Layout::kStateWord) == Layout::kTomb;
-  if (freeDistance > maxProbe_) {
-    // Published before the key lands there, so a reader that meets the key also
-    // sees a probe bound that reaches it.
-    maxProbe_ = freeDistance;
-    Layout::storeWord(headerWord(offsetof(TableHeader, maxProbe)), maxProbe_,
-                      std::memory_order_release);
-  }
+  // Published before the key lands there, so a reader that meets the key also sees a
+  // probe bound that reaches it, and a walk under way knows not to count.
+  maxProbe_ = std::max(maxProbe_, freeDistance);
+  beginLivenessChange();
   writeSlot(*freeSlot, key, Layout::kLive,
             Layout::slotChecksum(key, Layout::kLive, record, recordWords_), record);
   ++liveCount_;
   if (reusesTomb) --tombCount_;
-  publishCounts();
+  endLivenessChange();
 }
 
 bool WriterCore::erase(uint64_t key) {
@@ -271,16 +387,23 @@ bool WriterCore::erase(uint64_t key) {
     if (state == Layout::kEmpty) return false;
     if (state != Layout::kLive || ownWord(slot, Layout::kKeyWord) != key) continue;
     // The tombstone keeps key and record, so only the state and checksum change.
-    const uint64_t checksum = ownWord(slot, Layout::kChecksumWord) ^
-                              Layout::stateTag(Layout::kLive) ^ Layout::stateTag(Layout::kTomb);
+    std::vector<uint64_t> record(recordWords_);
+    ownRecord(slot, record.data());
+    const uint64_t checksum = Layout::slotChecksum(
+        key, Layout::kTomb, reinterpret_cast<const unsigned char*>(record.data()), recordWords_);
+    beginLivenessChange();
     writeSlot(slot, key, Layout::kTomb, checksum, nullptr);
     --liveCount_;
     ++tombCount_;
     trimTombstones(slot);
-    publishCounts();
+    endLivenessChange();
     return true;
   }
   return false;
+}
+
+void WriterCore::writeBlank(uint32_t slot) {
+  writeSlot(slot, 0, Layout::kEmpty, Layout::emptyChecksum(), blank_.data());
 }
 
 void WriterCore::trimTombstones(uint32_t slot) {
@@ -292,7 +415,7 @@ void WriterCore::trimTombstones(uint32_t slot) {
   uint32_t current = slot;
   for (uint32_t n = 0; n <= slotMask_; ++n) {
     if (ownWord(current, Layout::kStateWord) != Layout::kTomb) break;
-    writeSlot(current, ownWord(current, Layout::kKeyWord), Layout::kEmpty, 0, nullptr);
+    writeBlank(current);
     --tombCount_;
     current = (current - 1) & slotMask_;
   }
@@ -309,8 +432,8 @@ bool WriterCore::rewrite(uint32_t slot, uint64_t key, const unsigned char* recor
 }
 
 void WriterCore::heartbeatIs(double seconds) {
-  Layout::storeWord(headerWord(offsetof(TableHeader, heartbeat)), std::bit_cast<uint64_t>(seconds),
-                    std::memory_order_release);
+  heartbeat_ = std::bit_cast<uint64_t>(seconds);
+  publishCounts();
 }
 
 }  // namespace Brim::detail

@@ -156,6 +156,14 @@ class RawTable {
   uint64_t& seq(uint32_t index) { return slot(index)[Brim::Layout::kSeqWord]; }
   uint32_t home(uint64_t keyBits) const { return Brim::Layout::homeSlot(keyBits, slotCount_ - 1); }
 
+  // Makes the slot look like one that was never used: what a damage that wiped a
+  // record out perfectly would leave.
+  void makeBlank(uint32_t index) {
+    std::memset(slot(index) + 1, 0, slotSize_ - 8);
+    slot(index)[Brim::Layout::kStateWord] = Brim::Layout::kEmpty;
+    slot(index)[Brim::Layout::kChecksumWord] = Brim::Layout::emptyChecksum();
+  }
+
   // The slot holding `keyBits` live, if any.
   std::optional<uint32_t> liveSlotOf(uint64_t keyBits) {
     for (uint32_t i = 0; i < slotCount_; ++i) {
@@ -172,6 +180,28 @@ class RawTable {
   uint32_t slotCount_ = 0;
   uint32_t slotSize_ = 0;
 };
+
+// Lowers the reader's patience with slots stuck mid-write for the life of the object,
+// so that tests feeding many damaged images do not wait a quarter second for each.
+class QuickReaders {
+ public:
+  QuickReaders() : saved_(Brim::detail::readerPatience()) {
+    Brim::detail::readerPatienceIs(Brim::detail::ReaderPatience{4, 0, 0});
+  }
+  ~QuickReaders() { Brim::detail::readerPatienceIs(saved_); }
+  QuickReaders(const QuickReaders&) = delete;
+  QuickReaders& operator=(const QuickReaders&) = delete;
+
+ private:
+  Brim::detail::ReaderPatience saved_;
+};
+
+// Flips `width` neighbouring bits starting at bit `bit` of `bytes` (bit 0 is the
+// lowest bit of the first byte, so the run may cross a byte or word boundary).
+inline void flipBits(unsigned char* bytes, size_t bit, size_t width) {
+  for (size_t b = bit; b < bit + width; ++b)
+    bytes[b / 8] ^= static_cast<unsigned char>(1u << (b % 8));
+}
 
 // Keys 1, 2, ... that share one home slot in a table of `slotCount` slots.
 inline std::vector<uint64_t> keysWithHome(uint32_t home, uint32_t slotCount, size_t count,

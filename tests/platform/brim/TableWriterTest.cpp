@@ -388,3 +388,55 @@ TEST(BrimTableWriter, ChurnDoesNotFillTheTableWithTombstones) {
 }
 
 }  // namespace
+
+namespace {
+
+using Brim::TableWriter;
+using BrimTest::CounterRecord;
+using BrimTest::ScratchTable;
+
+TEST(BrimTableWriter, PutAtAHandlePublishesLikePutAndSurvivesDeletion) {
+  ScratchTable t;
+  auto writer = TableWriter<CounterRecord>::open(t.ns(), t.table(), 8);
+  for (uint64_t k = 1; k <= 6; ++k) writer->put(CounterRecord::make(k, k));
+  EXPECT_FALSE(writer->slotOf(99).has_value());
+  auto handle = writer->slotOf(5);
+  ASSERT_TRUE(handle.has_value());
+  EXPECT_EQ(handle->key(), 5u);
+  auto reader = Brim::TableReader<CounterRecord>::open(t.ns(), t.table());
+  writer->putAt(*handle, CounterRecord::make(5, 50));
+  EXPECT_EQ(reader->find(5)->values[0], 50000u);
+  EXPECT_EQ(writer->size(), 6u);
+  // Deleted, its slot taken over by other keys: the handle falls back to a put.
+  writer->erase(5);
+  for (uint64_t k = 7; k <= 8; ++k) writer->put(CounterRecord::make(k, k));
+  writer->putAt(*handle, CounterRecord::make(5, 51));
+  EXPECT_EQ(reader->find(5)->values[0], 51000u);
+  writer->putAt(*handle, CounterRecord::make(5, 52));
+  EXPECT_EQ(reader->find(5)->values[0], 52000u);
+  EXPECT_EQ(writer->size(), 8u);
+  for (uint64_t k = 1; k <= 8; ++k) {
+    if (k != 5) {
+      EXPECT_EQ(reader->find(k)->values[0], k * 1000) << k;
+    }
+  }
+  EXPECT_TRUE(writer->validate().empty());
+  EXPECT_TRUE(reader->validate().empty());
+}
+
+TEST(BrimTableWriter, PutAtWithAnotherKeysRecordIsFatal) {
+  ScratchTable t;
+  auto writer = TableWriter<CounterRecord>::open(t.ns(), t.table(), 8);
+  writer->put(CounterRecord::make(1, 1));
+  auto handle = writer->slotOf(1);
+  ASSERT_TRUE(handle.has_value());
+  try {
+    writer->putAt(*handle, CounterRecord::make(2, 2));
+    FAIL() << "published another key's record through a handle";
+  } catch (const Pontil::AssertException& e) {
+    EXPECT_EQ(e.expression(), "BrimMap::putAt() of a record for another key");
+  }
+  EXPECT_FALSE(writer->contains(2));
+}
+
+}  // namespace
