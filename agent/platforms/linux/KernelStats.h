@@ -50,6 +50,15 @@ class KernelStats {
   uint64_t badMessages() const { return badMessages_; }
   const std::string& lastError() const { return lastError_; }
 
+  // Serves these readings as the dump of a tick taken at `at` (tests: devices
+  // that vanish or are replaced between two polls, without a kernel to do it).
+  void snapshotIs(std::unordered_map<int, rtnl_link_stats64> links,
+                  std::unordered_map<int, std::vector<QueueStat>> queues, double at) {
+    links_ = std::move(links);
+    queues_ = std::move(queues);
+    linksAt_ = queuesAt_ = at;
+  }
+
   // Builds the queue table from parsed qdisc messages (the dump's second half,
   // apart so that tests can feed it crafted messages).
   static std::unordered_map<int, std::vector<QueueStat>> queuesOf(
