@@ -4,8 +4,8 @@
 // readings are increments that survive a qdisc reset.
 #include <gtest/gtest.h>
 
-#include "support/Fixtures.h"
 #include "agent/platforms/linux/LinuxHelpers.h"
+#include "support/Fixtures.h"
 
 namespace {
 
