@@ -69,6 +69,18 @@ TEST_F(LinuxAgentTest, PublishedTotalsEqualTheKernelsStatisticsAfterOnePoll) {
   auto rec = nameRecord("va0");
   EXPECT_EQ(rec->present, 1u);
   EXPECT_EQ(rec->operUp, 1u);
+  EXPECT_EQ(rec->speedBps, 10000000000ull);  // what veth reports
+
+  // Readers show the kernel name and take it as a filter.
+  Proc shown = run({VORNCTL_BINARY, "-n", ns, "--json", "show", "interfaces", "counters", "va1"});
+  ASSERT_TRUE(shown.ok()) << shown.out;
+  EXPECT_NE(shown.out.find("\"kernelName\": \"va1\""), std::string::npos) << shown.out;
+  EXPECT_NE(shown.out.find("\"interface\": \"" + idOf("va1")->stringValue() + "\""),
+            std::string::npos);
+  Proc names = run({VORNCTL_BINARY, "-n", ns, "show", "interfaces", "names"});
+  ASSERT_TRUE(names.ok()) << names.out;
+  EXPECT_NE(names.out.find("Port"), std::string::npos);
+  for (const auto& d : kFour) EXPECT_NE(names.out.find(d), std::string::npos) << names.out;
 
   // What the platform cannot count it says so, and serves no such rows.
   std::string status = command("status");
