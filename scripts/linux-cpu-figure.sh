@@ -59,4 +59,4 @@ simPid=""
 figure() { grep -v stopping "$1" | grep -o 'interfaces [0-9]* .*cpu-per-poll-cycle [0-9.]* ms' | tail -1; }
 echo "linux (512 veth devices, 1024 mq queues): $(figure "$work/linux.log")"
 echo "sim   (512 ports, 1024 queues):            $(figure "$work/sim.log")"
-grep -o 'link-dumps [0-9]* qdisc-dumps [0-9]*' "$work/linux.log" | tail -1 | sed 's/^/linux dumps in 25 s: /'
+grep -o "link-dumps [0-9]* qdisc-dumps [0-9]* dump-cpu [0-9.]* ms (links [0-9.]* qdiscs [0-9.]*)" "$work/linux.log" | tail -1 | sed 's/^/linux dumps in 25 s: /'

@@ -3,6 +3,7 @@
 #include <linux/pkt_sched.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
+#include <time.h>
 
 #include <cerrno>
 #include <cstring>
@@ -10,6 +11,22 @@
 #include "zat/Activity.h"
 
 namespace Linux {
+
+namespace {
+uint64_t threadCpuNs() {
+  timespec ts{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+  return static_cast<uint64_t>(ts.tv_sec) * 1000000000ull + static_cast<uint64_t>(ts.tv_nsec);
+}
+
+// Adds the CPU time of its scope to a total.
+struct CpuScope {
+  explicit CpuScope(uint64_t& total) : total_(total), start_(threadCpuNs()) {}
+  ~CpuScope() { total_ += threadCpuNs() - start_; }
+  uint64_t& total_;
+  uint64_t start_;
+};
+}  // namespace
 
 KernelStats::KernelStats(double reuseSeconds) : reuse_(reuseSeconds) {}
 
@@ -29,6 +46,7 @@ int KernelStats::dumpLinks(const RtnlSocket::Visit& visit) {
 }
 
 void KernelStats::refreshLinks(double now) {
+  CpuScope cpu(linkCpuNs_);
   // Marked taken even when the dump fails, so a failing kernel costs one
   // attempt per tick, not one per poller.
   linksAt_ = now;
@@ -80,6 +98,7 @@ std::unordered_map<int, std::vector<QueueStat>> KernelStats::queuesOf(
 }
 
 void KernelStats::refreshQueues(double now) {
+  CpuScope cpu(qdiscCpuNs_);
   queuesAt_ = now;
   tcmsg req{};
   req.tcm_family = AF_UNSPEC;

@@ -30,7 +30,7 @@ struct QueueStat {
 
 class KernelStats {
  public:
-  // Dumps taken less than `reuseSeconds` apart count as one tick.
+  // Polls less than `reuseSeconds` after a dump are of its tick and share it.
   explicit KernelStats(double reuseSeconds = 0.05);
 
   // The device's statistics in this tick's dump; null when it is not in it.
@@ -47,6 +47,10 @@ class KernelStats {
   uint64_t linkDumps() const { return linkDumps_; }
   uint64_t qdiscDumps() const { return qdiscDumps_; }
   uint64_t failures() const { return failures_; }
+  // CPU time (user and system) spent in dumps and their parsing so far.
+  double dumpCpuSeconds() const { return (linkCpuNs_ + qdiscCpuNs_) / 1e9; }
+  double linkDumpCpuSeconds() const { return linkCpuNs_ / 1e9; }
+  double qdiscDumpCpuSeconds() const { return qdiscCpuNs_ / 1e9; }
   uint64_t badMessages() const { return badMessages_; }
   const std::string& lastError() const { return lastError_; }
 
@@ -76,6 +80,7 @@ class KernelStats {
   std::unordered_map<int, rtnl_link_stats64> links_;
   std::unordered_map<int, std::vector<QueueStat>> queues_;
   uint64_t linkDumps_ = 0, qdiscDumps_ = 0, failures_ = 0, badMessages_ = 0;
+  uint64_t linkCpuNs_ = 0, qdiscCpuNs_ = 0;
   std::string lastError_;
 };
 

@@ -36,6 +36,9 @@ struct LinuxOptions {
   std::string intfFilter;
   // Receive buffer of the notification socket in bytes; 0 keeps the default.
   int netlinkRcvbuf = 0;
+  // The agent's poll period (seconds): polls less than a quarter of it apart
+  // (at most 0.25 s) share one statistics dump. Set by the program, not an option.
+  double pollPeriod = 0.2;
 };
 
 void addOptions(CLI::Option_group& group, LinuxOptions& options);
