@@ -22,7 +22,9 @@ netns="$tag"
 sock="/tmp/vorn-$tag.sock"
 log=$(mktemp)
 agent=""
+sender=""
 cleanup() {
+  [ -n "$sender" ] && kill "$sender" 2>/dev/null || true
   [ -n "$agent" ] && kill "$agent" 2>/dev/null && wait "$agent" 2>/dev/null || true
   ip netns del "$netns" 2>/dev/null || true
   rm -f /dev/shm/"$tag".* "$sock" "$log"
@@ -46,7 +48,7 @@ for p in 0 1 2; do
   ip -n "$netns" link set "vb$p" up
 done
 
-nsx "$bin/agent/vorn-agent" --platform linux -n "$tag" --socket "$sock" --poll-period 1 \
+ip netns exec "$netns" "$bin/agent/vorn-agent" --platform linux -n "$tag" --socket "$sock" --poll-period 1 \
   --status-interval 5 >"$log" 2>&1 &
 agent=$!
 for _ in $(seq 50); do [ -S "$sock" ] && break; sleep 0.1; done
@@ -56,7 +58,7 @@ ctl show interfaces names
 
 echo "== sending UDP for 6 s (va0 heavy, va1 light, va2 idle)"
 # A small sender inside the namespace: bash's /dev/udp, one flow per source port.
-nsx bash -c '
+ip netns exec "$netns" bash -c '
   end=$((SECONDS + 6))
   while [ $SECONDS -lt $end ]; do
     for i in $(seq 200); do echo -n "payload-$i-xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx" >/dev/udp/10.1.0.2/9; done
@@ -67,6 +69,7 @@ sender=$!
 sleep 3
 ctl show interfaces counters rates
 wait "$sender"
+sender=""
 sleep 1.2
 echo "== totals after the traffic"
 ctl show interfaces counters
