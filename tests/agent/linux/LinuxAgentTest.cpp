@@ -318,6 +318,19 @@ TEST_F(LinuxAgentTest, LostNotificationsAreRepairedByAFreshDump) {
   EXPECT_TRUE(polledAfter({"va40", "vb40", "va1"}, wallNow()));
 }
 
+TEST_F(LinuxAgentTest, NameFilterServesOnlyMatchingDevices) {
+  addPair(0);
+  addPair(1);
+  startAgent({"--intf-filter", "va*,vb1"});
+  ASSERT_TRUE(polledAfter({"va0", "va1", "vb1"}, 0)) << log();
+  EXPECT_FALSE(idOf("vb0").has_value());
+  EXPECT_EQ(rowsOf<EthIntfCounterBrim>(ns, TableNames::kAllIntfCounters).size(), 3u);
+  // A device created later under a matching name is served, others are not.
+  ip({"link", "add", "va5", "type", "veth", "peer", "name", "vc5"});
+  ASSERT_TRUE(waitUntil([&] { return row("va5").has_value(); }, 3));
+  EXPECT_FALSE(idOf("vc5").has_value());
+}
+
 TEST_F(LinuxAgentTest, RestartedAgentGivesKnownNamesTheirIdsAndNewNamesFreshOnes) {
   addPair(0);
   addPair(1);
