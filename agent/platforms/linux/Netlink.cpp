@@ -5,6 +5,7 @@
 #include <linux/if.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -248,6 +249,11 @@ RtnlSocket::RtnlSocket(unsigned groups, int rcvbuf, bool nonBlocking) {
     if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &rcvbuf, sizeof rcvbuf) < 0) {
       setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &rcvbuf, sizeof rcvbuf);
     }
+  }
+  if (!nonBlocking) {
+    // A dump answers at once; a kernel that does not must not stall the loop.
+    timeval tv{1, 0};
+    setsockopt(mnl_socket_get_fd(nl_), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
   }
   if (mnl_socket_bind(nl_, groups, MNL_SOCKET_AUTOPID) < 0) {
     std::string why = std::strerror(errno);

@@ -89,8 +89,8 @@ class RtnlSocket {
   using Visit = std::function<void(const nlmsghdr*)>;
   // Sends a dump request of `type` whose family header is `header` and hands
   // every reply message to `visit`. Returns 0, or the errno of the failure
-  // (EINTR is retried; a dump the kernel marked interrupted still counts as
-  // done, the next one corrects it).
+  // (EINTR is retried; a reply that stops for a second is EAGAIN; a dump the
+  // kernel marked interrupted still counts as done, the next one corrects it).
   int dump(uint16_t type, const void* header, size_t headerLen, const Visit& visit);
   // Reads every notification queued on a non-blocking socket. Returns 0 once
   // the queue is empty, ENOBUFS when the kernel dropped notifications (the
