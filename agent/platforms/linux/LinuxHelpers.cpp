@@ -7,8 +7,13 @@
 
 namespace Linux {
 
-LinuxCountersHelper::LinuxCountersHelper(KernelStats* stats, IfIndexOf ifIndexOf)
+LinuxCountersHelper::LinuxCountersHelper(KernelStats* stats, IfIndexOf ifIndexOf,
+                                         const std::string& ns)
     : stats_(stats), ifIndexOf_(std::move(ifIndexOf)) {
+  if (!ns.empty()) {
+    keptTable_ = Brim::TableWriter<KeptReading>::open(ns, kKeptReadingsTable, 4096);
+    keptTable_->forEach([&](const KeptReading& r) { kept_[r.intfId] = r; });
+  }
   // Queue readings are increments since the poller's previous reading, so that
   // a device replaced under the same name adds to its queue totals instead of
   // starting them again; qdisc byte counts are frame lengths, without preamble
@@ -31,11 +36,34 @@ void LinuxCountersHelper::read(Orvo::IntfId intfId, Interface::IntfStatistics& i
       // Another device now stands behind this id, counting from zero.
       m.offset = m.offset + m.lastRaw;
       m.offsetEth = m.offsetEth + m.lastRawEth;
+    } else if (!m.seen) {
+      auto kept = kept_.find(intfId);
+      if (kept != kept_.end()) {
+        if (kept->second.ifIndex == static_cast<uint64_t>(ifIndex)) {
+          // The device an earlier agent polled last: what it had counted by
+          // then is in the published totals already.
+          m.offset = Interface::IntfStatistics() - kept->second.raw;
+          m.offsetEth = Interface::EthStatistics() - kept->second.rawEth;
+        }
+        kept_.erase(kept);
+      }
     }
     m.ifIndex = ifIndex;
     m.seen = true;
     m.lastRaw = raw;
     m.lastRawEth = rawEth;
+    if (keptTable_) {
+      KeptReading r;
+      r.intfId = intfId;
+      r.ifIndex = static_cast<uint64_t>(ifIndex);
+      r.raw = raw;
+      r.rawEth = rawEth;
+      try {
+        keptTable_->put(r);
+      } catch (const std::exception&) {
+        // A full or damaged table costs the exact restart, not the poll.
+      }
+    }
   } else {
     ++staleReads_;
   }

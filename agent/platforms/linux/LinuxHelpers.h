@@ -11,16 +11,23 @@
 // the kernel device behind an id is replaced (deleted and created again under
 // the same name) its fresh counters are added to the last reading of the old
 // one. A device that vanished between the dump and the poll is answered with
-// its last reading; its withdrawal follows with the link notification.
+// its last reading; its withdrawal follows with the link notification. The
+// last kernel reading of every interface is also kept in a table
+// (KeptReading), so that after an agent restart the same device's first
+// reading is only what it counted since the old agent's last poll.
 // Nothing here throws for kernel trouble: an exception in a poll would stop
 // that poller for good.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <string>
 #include <unordered_map>
 
+#include "agent/platforms/linux/KeptReading.h"
 #include "agent/platforms/linux/KernelStats.h"
+#include "brim/Brim.h"
 #include "vornhelper/VornHelper.h"
 
 namespace Linux {
@@ -30,9 +37,11 @@ using IfIndexOf = std::function<int(Orvo::IntfId)>;
 
 class LinuxCountersHelper : public VornHelper::VornHelperCountersSm {
  public:
+  // `ns` names the table namespace of the kept readings; "" keeps none (tests).
   static Zat::Ptr<LinuxCountersHelper> LinuxCountersHelperIs(KernelStats* stats,
-                                                             IfIndexOf ifIndexOf) {
-    return Zat::Ptr<LinuxCountersHelper>(new LinuxCountersHelper(stats, std::move(ifIndexOf)));
+                                                             IfIndexOf ifIndexOf,
+                                                             const std::string& ns = "") {
+    return Zat::Ptr<LinuxCountersHelper>(new LinuxCountersHelper(stats, std::move(ifIndexOf), ns));
   }
 
   void countersInit() override {}
@@ -62,7 +71,7 @@ class LinuxCountersHelper : public VornHelper::VornHelperCountersSm {
   uint64_t staleReads() const { return staleReads_; }
 
  private:
-  LinuxCountersHelper(KernelStats* stats, IfIndexOf ifIndexOf);
+  LinuxCountersHelper(KernelStats* stats, IfIndexOf ifIndexOf, const std::string& ns);
 
   // One interface's readings: the kernel's last values and what earlier
   // devices under the same id had counted.
@@ -78,6 +87,9 @@ class LinuxCountersHelper : public VornHelper::VornHelperCountersSm {
   KernelStats* stats_;
   IfIndexOf ifIndexOf_;
   std::unordered_map<Orvo::IntfId, Memory> memory_;
+  std::unique_ptr<Brim::TableWriter<KeptReading>> keptTable_;
+  // What an earlier agent kept, until each interface's first reading uses it.
+  std::unordered_map<Orvo::IntfId, KeptReading> kept_;
   uint64_t polls_ = 0;
   uint64_t staleReads_ = 0;
 };

@@ -110,7 +110,7 @@ void LinuxPlatform::populate(Agent::AgentState& state) {
 Zat::Ptr<VornHelper::VornHelperCountersSm> LinuxPlatform::countersHelper() {
   if (!helper_) {
     helper_ = LinuxCountersHelper::LinuxCountersHelperIs(
-        stats_.get(), [this](Orvo::IntfId id) { return ifIndexOf(id); });
+        stats_.get(), [this](Orvo::IntfId id) { return ifIndexOf(id); }, state_->ns);
   }
   return helper_;
 }

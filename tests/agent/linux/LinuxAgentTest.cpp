@@ -331,6 +331,30 @@ TEST_F(LinuxAgentTest, NameFilterServesOnlyMatchingDevices) {
   EXPECT_FALSE(idOf("vc5").has_value());
 }
 
+TEST_F(LinuxAgentTest, RestartedAgentContinuesTheTotalsExactly) {
+  addPair(0);
+  startAgent();
+  ASSERT_TRUE(polledAfter({"va0", "vb0"}, 0));
+  send("va0", 200, 300);
+  ASSERT_TRUE(polledAfter({"va0", "vb0"}, wallNow()));
+  ASSERT_TRUE(stopAgent(SIGTERM));
+  IntfStatistics before = row("va0")->statistics();
+  IntfStatistics peerBefore = row("vb0")->statistics();
+  KernelStats k1 = sysfs("va0"), p1 = sysfs("vb0");
+  // The kernel counts on while no agent runs.
+  send("va0", 70, 300);
+  startAgent();
+  send("va0", 30, 300);
+  KernelStats k2 = sysfs("va0"), p2 = sysfs("vb0");
+  ASSERT_TRUE(polledAfter({"va0", "vb0"}, wallNow()));
+  IntfStatistics after = row("va0")->statistics();
+  EXPECT_EQ(outPkts(after), outPkts(before) + k2.at("tx_packets") - k1.at("tx_packets"));
+  EXPECT_EQ(after.outOctets(), before.outOctets() + k2.at("tx_bytes") - k1.at("tx_bytes"));
+  EXPECT_EQ(inPkts(row("vb0")->statistics()),
+            inPkts(peerBefore) + p2.at("rx_packets") - p1.at("rx_packets"));
+  EXPECT_EQ(k2.at("tx_packets") - k1.at("tx_packets"), 100u);
+}
+
 TEST_F(LinuxAgentTest, RestartedAgentGivesKnownNamesTheirIdsAndNewNamesFreshOnes) {
   addPair(0);
   addPair(1);
