@@ -124,6 +124,7 @@ int main(int argc, char** argv) {
       }
       if (pollPeriod >= 0) config.pollPeriod = pollPeriod;
       banner = fmt::format("platform linux poll {}s", config.pollPeriod);
+      linuxOptions.pollPeriod = config.pollPeriod;
       platform = Linux::makePlatform(linuxOptions);
 #else
       throw std::runtime_error("this build has no Linux platform");

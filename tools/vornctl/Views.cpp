@@ -30,8 +30,48 @@ Orvo::IntfId filterIntf(const std::string& filter) {
   }
 }
 
+// The names the platform published (kernel device names on Linux), by id; an
+// agent that publishes none (an older one) leaves every name empty.
+std::map<Orvo::IntfId, Published::IntfNameRecord> namesOf(const std::string& ns) {
+  std::map<Orvo::IntfId, Published::IntfNameRecord> out;
+  std::unique_ptr<Brim::TableReader<Published::IntfNameRecord>> table;
+  try {
+    table = Readers::openOptionalTable<Published::IntfNameRecord>(ns, Published::kIntfNamesTable);
+  } catch (const Readers::ReadError&) {
+    return out;  // a damaged name table costs the names, not the counters
+  }
+  if (!table) return out;
+  try {
+    for (const auto& r : readAll(*table, Published::kIntfNamesTable)) out[r.intfId] = r;
+  } catch (const Readers::ReadError&) {
+    out.clear();
+  }
+  return out;
+}
+
+std::string kernelNameOf(const std::map<Orvo::IntfId, Published::IntfNameRecord>& names,
+                         Orvo::IntfId id) {
+  auto it = names.find(id);
+  return it == names.end() ? "" : it->second.kernelNameText();
+}
+
 bool keep(const std::string& filter, Orvo::IntfId id) {
   return filter.empty() || filterIntf(filter) == id;
+}
+
+// A filter may also be a kernel name the platform published: its id then.
+std::string resolveFilter(const std::string& ns, const std::string& filter) {
+  if (filter.empty()) return filter;
+  try {
+    Orvo::IntfId id(filter);
+    (void)id;
+    return filter;
+  } catch (const std::exception&) {
+  }
+  for (const auto& [id, r] : namesOf(ns)) {
+    if (r.kernelNameText() == filter) return id.stringValue();
+  }
+  return filter;
 }
 
 void requireFound(const std::string& filter, const View& v, const std::string& kind) {
@@ -52,6 +92,7 @@ View ethView(const std::string& ns, const std::string& what, const std::string& 
   }
   Readers::Baselines<Interface::EthIntfCounterBrim> baselines(clears.get(),
                                                               TableNames::kAllIntfClearCounters);
+  auto names = namesOf(ns);
   for (const auto& r : readAll(*totals, TableNames::kAllIntfCounters)) {
     if (!keep(filter, r.intfId())) continue;
     const auto& base = baselines.of(r.intfId());
@@ -59,7 +100,7 @@ View ethView(const std::string& ns, const std::string& what, const std::string& 
     auto s = r.statistics() - base.statistics();
     auto e = r.ethStatistics() - base.ethStatistics();
     std::string port = r.intfId().stringValue();
-    Json j{{"interface", port}};
+    Json j{{"interface", port}, {"kernelName", kernelNameOf(names, r.intfId())}};
     if (what == "interfaces") {
       uint64_t outMcast = s.outMulticastPkts().hasValue() ? s.outMulticastPkts().value() : 0;
       v.rows.push_back({port, num(s.inOctets()), num(s.inUcastPkts()), num(s.inMulticastPkts()),
@@ -223,6 +264,29 @@ View vlanView(const std::string& ns, const std::string& filter) {
   return v;
 }
 
+View namesView(const std::string& ns, const std::string& filter) {
+  auto table = openTable<Published::IntfNameRecord>(ns, Published::kIntfNamesTable);
+  View v;
+  v.header = {"Port", "Name", "Oper", "Speed", "Present", "IfIndex"};
+  for (const auto& r : readAll(*table, Published::kIntfNamesTable)) {
+    if (!keep(filter, r.intfId)) continue;
+    std::string speed = r.speedBps == 0                   ? "-"
+                        : r.speedBps % 1000000000ull == 0 ? num(r.speedBps / 1000000000ull) + "G"
+                                                          : num(r.speedBps / 1000000ull) + "M";
+    v.rows.push_back({r.intfId.stringValue(), r.kernelNameText(), r.operUp ? "up" : "down", speed,
+                      r.present ? "yes" : "no", r.ifIndex ? num(r.ifIndex) : "-"});
+    v.json.push_back({{"interface", r.intfId.stringValue()},
+                      {"kernelName", r.kernelNameText()},
+                      {"operUp", r.operUp != 0},
+                      {"speedBps", r.speedBps},
+                      {"present", r.present != 0},
+                      {"ifIndex", r.ifIndex},
+                      {"lastChange", r.lastChange}});
+  }
+  requireFound(filter, v, "interface");
+  return v;
+}
+
 View cpuView(const std::string& ns) {
   auto table = openTable<Published::CpuPortCounter>(ns, Published::kCpuIntfCountersTable);
   View v;
@@ -284,7 +348,9 @@ std::string View::text() const {
   return out;
 }
 
-View render(const std::string& ns, const std::string& what, const std::string& filter) {
+View render(const std::string& ns, const std::string& what, const std::string& given) {
+  const std::string filter = resolveFilter(ns, given);
+  if (what == "names") return namesView(ns, filter);
   if (what == "interfaces" || what == "errors" || what == "rates") return ethView(ns, what, filter);
   if (what == "queues") return queueView(ns, filter);
   if (what == "acl-drops") return aclView(ns, filter);

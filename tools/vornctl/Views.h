@@ -23,8 +23,9 @@ struct View {
   std::string text() const;
 };
 
-// `what` is one of: "interfaces", "errors", "rates", "queues", "acl-drops", "vlan",
-// "vlan-interface", "cpu", "copp". `filter` limits to one interface or VLAN ("" = all).
+// `what` is one of: "interfaces", "errors", "rates", "queues", "acl-drops", "names",
+// "vlan", "vlan-interface", "cpu", "copp". `filter` limits to one interface or VLAN
+// ("" = all); an interface may also be given by the kernel name its platform published.
 View render(const std::string& ns, const std::string& what, const std::string& filter);
 
 }  // namespace Ctl

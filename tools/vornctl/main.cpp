@@ -1,6 +1,7 @@
 // vornctl: reads the counters a running agent publishes, from another process.
 //
 //   vornctl [-n ns] [--json] show interfaces counters [errors|rates|queues|acl-drops] [intf]
+//   vornctl [-n ns] [--json] show interfaces names [intf]
 //   vornctl [-n ns] [--json] show vlan counters [vlan]
 //   vornctl [-n ns] [--json] show vlan-interface counters [intf]
 //   vornctl [-n ns] [--json] show cpu counters | show copp counters
@@ -27,12 +28,18 @@ struct ShowRequest {
 ShowRequest parseShow(const std::vector<std::string>& w) {
   auto usage = [] {
     return Ctl::ViewError(
-        "usage: show interfaces counters [errors|rates|queues|acl-drops] [intf] | show vlan "
-        "counters [vlan] | show vlan-interface counters [intf] | show cpu counters | show copp "
-        "counters");
+        "usage: show interfaces counters [errors|rates|queues|acl-drops] [intf] | show interfaces "
+        "names [intf] | show vlan counters [vlan] | show vlan-interface counters [intf] | show cpu "
+        "counters | show copp counters");
   };
-  if (w.size() < 2 || w[1] != "counters") throw usage();
   ShowRequest r;
+  if (w.size() >= 2 && w[0] == "interfaces" && w[1] == "names") {
+    if (w.size() > 3) throw usage();
+    r.what = "names";
+    if (w.size() == 3) r.filter = w[2];
+    return r;
+  }
+  if (w.size() < 2 || w[1] != "counters") throw usage();
   size_t next = 2;
   if (w[0] == "interfaces") {
     r.what = "interfaces";

@@ -29,8 +29,15 @@ void SimPlatform::populate(Agent::AgentState& state) {
   }
   chip_.advanceTo(kept->powerOnTime);
 
-  for (Orvo::IntfId id : chip_.ethPorts()) state.ethIntfAdd(id);
-  for (Orvo::IntfId id : chip_.fabricPorts()) state.ethIntfAdd(id);
+  names_ = std::make_unique<Agent::IntfNames>(state.ns, intfCapacity());
+  for (Orvo::IntfId id : chip_.ethPorts()) {
+    state.ethIntfAdd(id);
+    namePresentIs(id);
+  }
+  for (Orvo::IntfId id : chip_.fabricPorts()) {
+    state.ethIntfAdd(id);
+    namePresentIs(id);
+  }
   for (Orvo::IntfId id : chip_.vlanIntfs()) state.vlanIntfAdd(id);
   state.vcsd->cpuIntfIs(chip_.cpuPort(), true);
   for (uint32_t v = 1; v <= topology_.vlans; ++v) {
@@ -55,6 +62,11 @@ Zat::Ptr<VornHelper::VornHelperCountersSm> SimPlatform::countersHelper() {
 Zat::Ptr<VornHelper::VornVlanCountersHelper> SimPlatform::vlanHelper() {
   if (!vlanHelper_) vlanHelper_ = SimVlanCountersHelper::SimVlanCountersHelperIs(&chip_);
   return vlanHelper_;
+}
+
+void SimPlatform::namePresentIs(Orvo::IntfId id) {
+  names_->presentIs(id, id.stringValue(), 0, chip_.portUp(id),
+                    static_cast<uint64_t>(topology_.portSpeedBps), Zat::System::currentTime());
 }
 
 void SimPlatform::stopped() {
@@ -84,14 +96,18 @@ std::string SimPlatform::intfCommand(const std::vector<std::string>& words) {
     chip_.advanceTo(Zat::System::currentTime());
     chip_.portUpIs(id, false);
     state_->ethIntfServedIs(id, false);
+    names_->operUpIs(id, false, Zat::System::currentTime());
   } else if (what == "up") {
     chip_.advanceTo(Zat::System::currentTime());
     chip_.portUpIs(id, true);
     state_->ethIntfAdd(id);
+    namePresentIs(id);
   } else if (what == "remove") {
     state_->ethIntfRemove(id);
+    names_->goneIs(id, Zat::System::currentTime());
   } else if (what == "add") {
     state_->ethIntfAdd(id);
+    namePresentIs(id);
   } else {
     return "error: usage: intf <name> up|down|remove|add";
   }

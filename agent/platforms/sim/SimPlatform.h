@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "agent/IntfNames.h"
 #include "agent/Platform.h"
 #include "agent/platforms/sim/SimChip.h"
 #include "agent/platforms/sim/SimChipState.h"
@@ -39,12 +40,15 @@ class SimPlatform : public Agent::Platform {
  private:
   std::string intfCommand(const std::vector<std::string>& words);
   std::string chipCommand(const std::vector<std::string>& words);
+  void namePresentIs(Orvo::IntfId id);
 
   Topology topology_;
   SimChip chip_;
   Agent::AgentState* state_ = nullptr;
   // The chip's power-on time, kept beside the tables so that it outlives the agent.
   std::unique_ptr<Brim::TableWriter<SimChipState>> chipState_;
+  // Every port under its own name, for readers that show names, status and speed.
+  std::unique_ptr<Agent::IntfNames> names_;
   Zat::Ptr<SimCountersHelper> helper_;
   Zat::Ptr<SimVlanCountersHelper> vlanHelper_;
 };
