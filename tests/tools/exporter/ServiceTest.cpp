@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "brim/Brim.h"
@@ -83,6 +84,17 @@ std::string rawExchange(int port, const std::string& request) {
   }
   ::close(fd);
   return reply;
+}
+
+// A GET over rawExchange: the status (0 when nothing came back) and the body.
+// The concurrent tests use this rather than the library's client, whose
+// precompiled code ThreadSanitizer cannot see into.
+std::pair<int, std::string> rawGet(int port, const std::string& path) {
+  std::string reply = rawExchange(
+      port, "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n");
+  if (reply.rfind("HTTP/1.1 ", 0) != 0) return {0, ""};
+  auto end = reply.find("\r\n\r\n");
+  return {std::stoi(reply.substr(9, 3)), end == std::string::npos ? "" : reply.substr(end + 4)};
 }
 
 class ServiceTest : public ::testing::Test {
@@ -195,8 +207,8 @@ TEST_F(ServiceTest, ManyConcurrentClientsAreAllServed) {
   std::vector<std::thread> clients;
   for (int i = 0; i < kClients; ++i) {
     clients.emplace_back([&, i] {
-      auto res = get(i % 3 == 0 ? "/" : "/metrics");
-      if (res && res->status == 200) ++ok;
+      auto [status, body] = rawGet(httpPort, i % 3 == 0 ? "/" : "/metrics");
+      if (status == 200 && !body.empty()) ++ok;
     });
   }
   for (auto& t : clients) t.join();
@@ -219,16 +231,16 @@ TEST_F(ServiceTest, ConcurrentScrapesWhileTheAgentWritesAreEachWhole) {
     scrapers.emplace_back([&] {
       uint64_t lastSeen = 0;
       for (int i = 0; i < kScrapes; ++i) {
-        auto res = get("/metrics");
-        if (!res || res->status != 200) continue;
+        auto [status, body] = rawGet(httpPort, "/metrics");
+        if (status != 200) continue;
         const std::string key = "vorn_port_in_bytes_total{interface=\"Ethernet5\"} ";
-        auto at = res->body.find(key);
+        auto at = body.find(key);
         if (at == std::string::npos) continue;
-        uint64_t value = std::stoull(res->body.substr(at + key.size()));
+        uint64_t value = std::stoull(body.substr(at + key.size()));
         bool allPorts = true;
         for (int n = 1; n <= kPorts; ++n) {
-          allPorts &= res->body.find("vorn_port_in_bytes_total{interface=\"Ethernet" +
-                                     std::to_string(n) + "\"} ") != std::string::npos;
+          allPorts &= body.find("vorn_port_in_bytes_total{interface=\"Ethernet" +
+                                std::to_string(n) + "\"} ") != std::string::npos;
         }
         // Totals seen by one scraper never go back, and every port is there.
         if (allPorts && value >= lastSeen && value % 1000 == 0) ++whole;
