@@ -74,7 +74,7 @@ std::string Service::metrics(Format format) {
   }
   std::string out;
   // Roughly what a scrape of the snapshot takes, so the text grows in place.
-  out.reserve(4096 + snapshot.recordCount() * 512);
+  out.reserve(4096 + snapshot.recordCount() * 1024);
   render(snapshot, health, RenderOptions{options_.policyMap}, format, out);
   return out;
 }

@@ -14,7 +14,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <regex>
 #include <sstream>
 
 namespace ExporterIt {
@@ -111,14 +110,16 @@ void ExporterTest::startExporter() {
   const std::string log = dir + "/exporter.log";
   exporterPid = spawn(VORN_EXPORTER_BINARY, {"-n", ns, "--listen", "127.0.0.1:0"}, log);
   ASSERT_GT(exporterPid, 0);
-  const std::regex listening("listening on http://127\\.0\\.0\\.1:([0-9]+)/metrics");
+  const std::string listening = "listening on http://127.0.0.1:";
   bool ready = SimIt::waitUntil(
       [&] {
-        std::smatch m;
         std::string text = fileText(log);
-        if (!std::regex_search(text, m, listening)) return false;
-        exporterPort = std::stoi(m[1]);
-        return true;
+        auto at = text.find(listening);
+        if (at == std::string::npos || text.find("/metrics", at) == std::string::npos) {
+          return false;
+        }
+        exporterPort = std::atoi(text.c_str() + at + listening.size());
+        return exporterPort > 0;
       },
       10);
   ASSERT_TRUE(ready) << "the exporter did not start: " << fileText(log);
