@@ -13,8 +13,8 @@
 
 namespace {
 
-// "host:port", "[v6]:port" or ":port" (all on loopback is not implied: an empty
-// host means the default loopback address).
+// "host:port", "[v6]:port" or ":port"; an empty host is the loopback address,
+// so that nothing is served beyond this host unless asked for.
 bool parseListen(const std::string& text, std::string& host, int& port) {
   auto colon = text.rfind(':');
   if (colon == std::string::npos) return false;
