@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "brim/Brim.h"
+#include "support/TableDamage.h"
 #include "tables/CounterTables.h"
 #include "tools/vorn-exporter/Service.h"
 
@@ -169,6 +170,25 @@ TEST_F(ServiceTest, IndexPageLinksMetricsAndShowsTableHealth) {
             std::string::npos)
       << res->body;
   EXPECT_NE(res->body.find("<td>vlanCounterDir</td><td>missing</td>"), std::string::npos);
+}
+
+TEST_F(ServiceTest, DamagedSlotIsSkippedAndCountedAcrossScrapes) {
+  VornTest::TableDamage damage(ns, TableNames::kAllIntfCounters);
+  ASSERT_TRUE(damage.damage(Orvo::IntfId("Ethernet3").value()));
+  ASSERT_TRUE(get("/metrics"));
+  auto res = get("/metrics");
+  ASSERT_TRUE(res);
+  EXPECT_EQ(res->status, 200);
+  EXPECT_EQ(res->body.find("interface=\"Ethernet3\""), std::string::npos);
+  EXPECT_NE(res->body.find("vorn_port_in_bytes_total{interface=\"Ethernet4\"} 1000\n"),
+            std::string::npos);
+  EXPECT_NE(res->body.find("vorn_exporter_table_damaged_slots{table=\"allIntfCounters\"} 1\n"),
+            std::string::npos);
+  // Two scrapes, one damaged slot each.
+  EXPECT_NE(res->body.find("vorn_exporter_corruption_reports_total{table=\"allIntfCounters\"} 2\n"),
+            std::string::npos);
+  EXPECT_NE(res->body.find("vorn_exporter_table_records{table=\"allIntfCounters\"} 15\n"),
+            std::string::npos);
 }
 
 TEST_F(ServiceTest, UnknownPathIsAPlainNotFound) {
