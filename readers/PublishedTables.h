@@ -83,4 +83,8 @@ inline constexpr const char* kCpuIntfCountersTable = "cpuIntfCounters";
 inline constexpr const char* kCoppClassCountersTable = "coppClassCounters";
 inline constexpr const char* kIntfNamesTable = "intfNames";
 
+// The control-plane policy map whose classes the policing table holds. Its
+// records carry the class name only: agents program this one policy map.
+inline constexpr const char* kControlPlanePolicyName = "copp-system-policy";
+
 }  // namespace Published

@@ -1,0 +1,3 @@
+// The agent's integration fixture, built into this test program as well: each
+// test directory links only its own sources.
+#include "agent/integration/AgentFixture.cpp"
