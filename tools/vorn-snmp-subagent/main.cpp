@@ -136,10 +136,6 @@ int main(int argc, char** argv) {
   netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DISABLE_PERSISTENT_LOAD, 1);
   netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DISABLE_PERSISTENT_SAVE, 1);
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, 1);
-  // With a ping interval the library retries a master that is absent at start
-  // and reconnects to one that restarted.
-  netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL,
-                     static_cast<int>(pingInterval));
   if (!agentxSocket.empty()) {
     netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET,
                           agentxSocket.c_str());
@@ -153,6 +149,11 @@ int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
 
   init_agent("vorn-snmp-subagent");
+  // With a ping interval the library retries a master that is absent at start
+  // and reconnects to one that restarted. Set after init_agent, which installs
+  // the library's own default.
+  netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL,
+                     static_cast<int>(pingInterval));
 
   Snmp::Sampler sampler(
       ns, [](const std::string& line) { snmp_log(LOG_WARNING, "%s\n", line.c_str()); });
