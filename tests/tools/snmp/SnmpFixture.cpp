@@ -44,6 +44,8 @@ int freeUdpPort() {
   return port;
 }
 
+}  // namespace
+
 // Starts `binary` with `args`, its output appended to `logPath`, with the
 // SNMP library told to load no MIB files and keep its state in `stateDir`
 // (apart from the configuration: snmpd saves its state as "snmpd.conf").
@@ -69,6 +71,8 @@ pid_t spawn(const std::string& binary, const std::vector<std::string>& args,
   ::close(log);
   return pid;
 }
+
+namespace {
 
 bool running(pid_t& pid) {
   if (pid <= 0) return false;
@@ -252,7 +256,13 @@ bool SnmpTest::waitForIfNumber(uint64_t count, double seconds) {
 }
 
 size_t SnmpTest::servedInTables() {
-  return SimIt::rowsOf<Interface::EthIntfCounterBrim>(ns, TableNames::kAllIntfCounters).size() +
+  // Fabric ports share the Ethernet table but are internal links: not served.
+  size_t ethernet = 0;
+  for (const auto& [id, row] :
+       SimIt::rowsOf<Interface::EthIntfCounterBrim>(ns, TableNames::kAllIntfCounters)) {
+    ethernet += Orvo::EthIntfId::isEthIntfId(id);
+  }
+  return ethernet +
          SimIt::rowsOf<Interface::VlanIntfCounterBrim>(ns, TableNames::kAllVlanIntfCounters)
              .size() +
          SimIt::rowsOf<Published::CpuPortCounter>(ns, Published::kCpuIntfCountersTable).size();

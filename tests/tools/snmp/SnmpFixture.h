@@ -37,6 +37,12 @@ using Varbinds = std::vector<std::pair<std::string, std::string>>;
 
 // The value of `oid` as an unsigned number, or nullopt when absent or not a number.
 std::optional<uint64_t> numberOf(const Varbinds& vbs, const std::string& oid);
+// Starts `binary` with `args` in the background, its output appended to
+// `logPath`, the SNMP library loading no MIB files and keeping its state in
+// `stateDir`. The pid, or -1.
+pid_t spawn(const std::string& binary, const std::vector<std::string>& args,
+            const std::string& logPath, const std::string& stateDir);
+
 // "<entry>.<column>.<ifIndex>".
 std::string cell(const char* entry, int column, uint64_t ifIndex);
 // The numeric sub-identifiers of an OID text.
@@ -67,7 +73,8 @@ class SnmpTest : public SimIt::AgentTest {
   std::optional<uint64_t> ifNumber();
   // Waits (at most `seconds`) until ifNumber reads `count`.
   bool waitForIfNumber(uint64_t count, double seconds = 10);
-  // Interfaces the tables hold now: Ethernet, VLAN and CPU rows.
+  // Interfaces the tables hold now that the subagent serves: Ethernet (not
+  // fabric), VLAN and CPU rows.
   size_t servedInTables();
   std::string subagentLogText();
 
