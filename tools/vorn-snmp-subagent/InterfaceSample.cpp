@@ -182,6 +182,16 @@ void Sampler::settle(IntfRow& row, uint64_t sourceIdentity, uint32_t uptime,
 }
 
 const Sample& Sampler::refresh(uint32_t uptime, double wallNow) {
+  if (uptime < lastUptime_) {
+    // The library follows the master's sysUpTime; going back means the master
+    // re-initialized, and times before that no longer mean anything: as for a
+    // fresh start, no row has had a discontinuity or a change since.
+    for (auto& [index, track] : tracks_) {
+      track.discontinuity = 0;
+      track.firstSeen = 0;
+    }
+  }
+  lastUptime_ = uptime;
   std::vector<IntfRow> rows;
   std::vector<uint64_t> identities;
   uint32_t ifIndex = 0;

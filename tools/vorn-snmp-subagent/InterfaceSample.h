@@ -16,7 +16,8 @@
 // goes back (as a signed 64-bit difference, so a modular wrap past 2^64 is
 // not one), when the row's table was replaced or its writer re-attached, or
 // when a row comes back after it was absent, the row's discontinuity time
-// moves to the current uptime. Rows present at the first read start at 0.
+// moves to the current uptime. Rows present at the first read start at 0, and
+// every row starts at 0 again when the uptime goes back (the master restarted).
 #pragma once
 
 #include <sys/types.h>
@@ -108,6 +109,7 @@ class Sampler {
   std::unordered_set<uint64_t> unservable_;  // ids already reported as having no ifIndex
   Sample sample_;
   bool first_ = true;
+  uint32_t lastUptime_ = 0;
   uint64_t refreshCount_ = 0;
 };
 

@@ -91,6 +91,20 @@ TEST_F(SamplerTest, AWriterReattachingOrATableReplacedMovesEveryRowsDiscontinuit
   EXPECT_EQ(row("Ethernet1")->discontinuity, 300u);
 }
 
+TEST_F(SamplerTest, AMasterRestartResetsDiscontinuityTimesToZero) {
+  put("Ethernet1", 100);
+  sampler.refresh(100, 0);
+  put("Ethernet1", 50);
+  sampler.refresh(200, 0);
+  ASSERT_EQ(row("Ethernet1")->discontinuity, 200u);
+  sampler.refresh(30, 0);  // the master's uptime started again
+  EXPECT_EQ(row("Ethernet1")->discontinuity, 0u);
+  EXPECT_EQ(row("Ethernet1")->lastChange, 0u);
+  put("Ethernet1", 10);
+  sampler.refresh(40, 0);
+  EXPECT_EQ(row("Ethernet1")->discontinuity, 40u);
+}
+
 TEST_F(SamplerTest, AMissingTableIsLoggedOnceAndAReturningOneOnceMore) {
   sampler.refresh(100, 0);
   sampler.refresh(200, 0);
