@@ -132,6 +132,9 @@ std::vector<uint64_t> parseOid(const std::string& oid) {
 
 void SnmpTest::SetUp() {
   AgentTest::SetUp();
+  for (const char* tool : {kSnmpd, "/usr/bin/snmpget", "/usr/bin/snmpbulkwalk"}) {
+    if (::access(tool, X_OK) != 0) GTEST_SKIP() << tool << " is not installed (Debian snmpd, snmp)";
+  }
   // Faster ports than the shared small switch, so that octet totals pass
   // 2^32 within seconds; everything else as the agent fixture has it.
   Sim::Topology t = topology();
