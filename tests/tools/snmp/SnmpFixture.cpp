@@ -84,18 +84,28 @@ bool running(pid_t& pid) {
   return true;
 }
 
-// SIGTERM, up to `seconds` for the exit, then SIGKILL.
-void stop(pid_t& pid, double seconds) {
-  if (pid <= 0) return;
+// SIGTERM, up to `seconds` for the exit, then SIGKILL. The wait status when
+// the process exited by itself in time.
+std::optional<int> stop(pid_t& pid, double seconds) {
+  if (pid <= 0) return std::nullopt;
   ::kill(pid, SIGTERM);
-  bool gone = SimIt::waitUntil([&] { return !running(pid); }, seconds);
-  if (!gone && pid > 0) {
+  std::optional<int> result;
+  bool gone = SimIt::waitUntil(
+      [&] {
+        int status = 0;
+        pid_t r = ::waitpid(pid, &status, WNOHANG);
+        if (r == pid) result = status;
+        return r != 0;
+      },
+      seconds);
+  if (!gone) {
     ::kill(pid, SIGKILL);
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
   }
   pid = -1;
+  return result;
 }
 
 std::string fileText(const std::string& path) {
@@ -168,7 +178,14 @@ void SnmpTest::SetUp() {
 }
 
 void SnmpTest::TearDown() {
-  stop(subagentPid, 3);
+  // The subagent stops cleanly on SIGTERM (a sanitizer's exit report would
+  // show here as a non-zero status).
+  bool wasRunning = subagentRunning();
+  std::optional<int> status = stop(subagentPid, 5);
+  if (wasRunning) {
+    EXPECT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0)
+        << "the subagent did not exit cleanly on SIGTERM";
+  }
   stop(snmpdPid, 3);
   if (HasFailure()) {
     std::cerr << "--- subagent log ---\n"
