@@ -50,11 +50,13 @@ EthIntfCounterBrim port(int n, uint64_t step) {
 }
 
 // Sends `request` as it is on a new connection and returns the response that
-// came back (empty when the server closed the connection or 5 s passed).
+// came back (empty when the server closed the connection or 10 s passed: on a
+// loaded machine a connection beyond the listen backlog waits for the kernel's
+// retransmitted handshake, which takes seconds).
 std::string rawExchange(int port, const std::string& request) {
   int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return "";
-  timeval tv{3, 0};
+  timeval tv{10, 0};
   ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
   ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
   sockaddr_in addr{};
