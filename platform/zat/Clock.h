@@ -7,10 +7,10 @@
 // (Activity.h): real time in the agent, simulated time in unit tests.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
-#include <set>
-#include <tuple>
+#include <vector>
 
 #include "zat/Notifiee.h"
 #include "zat/String.h"
@@ -46,6 +46,7 @@ class Clock : public PtrInterface {
     void scheduleUpdate();
     double timeMin_ = kNever;
     uint64_t seq_ = 0;
+    size_t heapIndex_ = 0;  // where the clock keeps it while scheduled
     bool scheduled_ = false;
   };
 
@@ -70,11 +71,28 @@ class Clock : public PtrInterface {
   explicit Clock(Name name);
 
  private:
-  using Entry = std::tuple<double, uint64_t, Notifiee*>;
+  // The armed notifiees, as a binary min-heap on (deadline, arming sequence) with
+  // the keys copied in, so that ordering them touches no notifiee. Every poller
+  // re-arms itself once per tick, mostly at the latest deadline of all, which a
+  // heap takes in one comparison and without an allocation. A scheduled
+  // notifiee's timeMin_ and seq_ do not change while it is in the heap.
+  struct Entry {
+    double deadline;
+    uint64_t seq;
+    Notifiee* notifiee;
+  };
+  static bool earlier(const Entry& a, const Entry& b) {
+    if (a.deadline < b.deadline) return true;
+    if (b.deadline < a.deadline) return false;
+    return a.seq < b.seq;
+  }
   void schedule(Notifiee* n) const;
   void unschedule(Notifiee* n) const;
+  void place(size_t i, const Entry& e) const;
+  void siftUp(size_t i) const;
+  void siftDown(size_t i) const;
   Name name_;
-  mutable std::set<Entry> schedule_;
+  mutable std::vector<Entry> schedule_;
 };
 
 }  // namespace Zat
