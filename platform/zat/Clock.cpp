@@ -18,18 +18,21 @@ Clock::~Clock() {
 
 double Clock::now() const { return activityManager()->now(); }
 
-double Clock::nextDeadline() const {
-  return schedule_.empty() ? kNever : schedule_.front().deadline;
+const Clock::Entry& Clock::front() const {
+  if (lane_.empty()) return schedule_.front();
+  if (schedule_.empty()) return lane_.front();
+  return earlier(schedule_.front(), lane_.front()) ? schedule_.front() : lane_.front();
 }
 
-uint64_t Clock::nextSequence() const {
-  return schedule_.empty() ? UINT64_MAX : schedule_.front().seq;
-}
+double Clock::nextDeadline() const { return armedCount() == 0 ? kNever : front().deadline; }
+
+uint64_t Clock::nextSequence() const { return armedCount() == 0 ? UINT64_MAX : front().seq; }
 
 bool Clock::fireNext(double upTo) {
-  if (schedule_.empty()) return false;
-  Notifiee* n = schedule_.front().notifiee;
-  if (schedule_.front().deadline > upTo) return false;
+  if (armedCount() == 0) return false;
+  const Entry& next = front();
+  if (next.deadline > upTo) return false;
+  Notifiee* n = next.notifiee;
   unschedule(n);
   n->scheduled_ = false;
   n->timeMin_ = kNever;
@@ -38,15 +41,20 @@ bool Clock::fireNext(double upTo) {
   return true;
 }
 
-void Clock::place(size_t i, const Entry& e) const {
-  schedule_[i] = e;
-  e.notifiee->heapIndex_ = i;
+void Clock::dropLaneHoles() const {
+  while (!lane_.empty() && lane_.front().notifiee == nullptr) {
+    lane_.pop_front();
+    ++laneBase_;
+  }
 }
 
+// Four children per node: half the depth of a binary heap, so a tick's pop moves
+// half as many entries (each move also tells its notifiee where it went), and the
+// four keys compared per level sit side by side.
 void Clock::siftUp(size_t i) const {
   const Entry e = schedule_[i];
   while (i > 0) {
-    const size_t parent = (i - 1) / 2;
+    const size_t parent = (i - 1) / kArity;
     if (!earlier(e, schedule_[parent])) break;
     place(i, schedule_[parent]);
     i = parent;
@@ -58,9 +66,13 @@ void Clock::siftDown(size_t i) const {
   const Entry e = schedule_[i];
   const size_t n = schedule_.size();
   while (true) {
-    size_t child = 2 * i + 1;
-    if (child >= n) break;
-    if (child + 1 < n && earlier(schedule_[child + 1], schedule_[child])) ++child;
+    const size_t first = kArity * i + 1;
+    if (first >= n) break;
+    size_t child = first;
+    const size_t end = std::min(first + kArity, n);
+    for (size_t c = first + 1; c < end; ++c) {
+      if (earlier(schedule_[c], schedule_[child])) child = c;
+    }
     if (!earlier(schedule_[child], e)) break;
     place(i, schedule_[child]);
     i = child;
@@ -69,11 +81,35 @@ void Clock::siftDown(size_t i) const {
 }
 
 void Clock::schedule(Notifiee* n) const {
-  schedule_.push_back(Entry{n->timeMin_, n->seq_, n});
+  const Entry e{n->timeMin_, n->seq_, n};
+  if (lane_.empty() || !earlier(e, lane_.back())) {
+    n->inLane_ = true;
+    n->lanePosition_ = laneBase_ + lane_.size();
+    lane_.push_back(e);
+    ++laneArmed_;
+    return;
+  }
+  n->inLane_ = false;
+  schedule_.push_back(e);
   siftUp(schedule_.size() - 1);
 }
 
 void Clock::unschedule(Notifiee* n) const {
+  if (n->inLane_) {
+    if (n->lanePosition_ < laneBase_) return;
+    const uint64_t i = n->lanePosition_ - laneBase_;
+    if (i >= lane_.size() || lane_[i].notifiee != n) return;
+    lane_[i].notifiee = nullptr;
+    --laneArmed_;
+    dropLaneHoles();
+    // Without armed entries the lane only holds holes; emptied, it takes any
+    // deadline again.
+    if (laneArmed_ == 0) {
+      laneBase_ += lane_.size();
+      lane_.clear();
+    }
+    return;
+  }
   const size_t i = n->heapIndex_;
   if (i >= schedule_.size() || schedule_[i].notifiee != n) return;
   const Entry last = schedule_.back();
@@ -88,7 +124,7 @@ void Clock::unschedule(Notifiee* n) const {
 void Clock::attributesDescribe(Describer& d) const {
   d.attribute("name", toText(name_));
   d.attribute("now", toText(now()));
-  d.attribute("armed", toText(schedule_.size()));
+  d.attribute("armed", toText(armedCount()));
 }
 
 // --- Clock::Notifiee ---
