@@ -68,17 +68,17 @@ class CounterTable : public Zat::PtrInterface {
   template <class F>
   void forEachCounter(F&& f, bool stopOnCorruption = false) {
     auto cursor = writer_->cursor();
+    // One record, read into in place: the VLAN poll walks four thousand of them.
+    Record r;
     while (true) {
-      std::optional<Record> r;
       try {
-        r = cursor.next();
-        if (!r) break;
+        if (!cursor.next(r)) break;
       } catch (const Pontil::CorruptionDetectedException& e) {
         doCorruptionDetected(e.what());
         if (stopOnCorruption) break;
         r = Record();
       }
-      f(*r);
+      f(r);
     }
   }
 
