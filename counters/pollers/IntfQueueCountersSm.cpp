@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <type_traits>
 
 #include "counters/pollers/PollPacing.h"
 #include "counters/pollers/PollerTrace.h"
+#include "interface/MovingAverage.h"
 #include "pontil/Assert.h"
 #include "zat/Activity.h"
 #include "zat/Generic.h"
@@ -149,15 +151,16 @@ void IntfQueueCountersSm::updateCounters() {
   if (!initialized()) return;
   VORN_TRACE(8, "void Vorn::Counters::IntfQueueCountersSm::updateCounters()"
                     << " intfId: " << intfId_);
-  Zat::Ptr<Interface::QueueCounter::AllIntfQueueCounters> table = allIntfQueueCounters_;
   vornAssert(allIntfQueueCounters());
-  Zat::Ptr<VornHelper::VornHelperCountersSm> helper = platformHelper_;
-  IntfQueueCounter reading = helper->intfQueueCountersRead(intfId_, prevCountersIs());
+  // The table and the helper are fixed at construction, so the poll works on
+  // them in place rather than taking references it would give back at once.
+  Interface::QueueCounter::AllIntfQueueCounters& table = *allIntfQueueCounters_;
+  VornHelper::VornHelperCountersSm& helper = *platformHelper_;
+  IntfQueueCounter reading = helper.intfQueueCountersRead(intfId_, prevCountersIs());
 
-  IntfQueueCounter copy = table->intfQueueCounter(intfId_);
-  if (copy.intfId() != intfId_) copy = IntfQueueCounter(intfId_);
+  IntfQueueCounter copy = table.counterOrEmpty(intfId_);
   double prevTime = copy.lastUpdateTime();
-  bool clearOnRead = helper->queueCountersClearOnRead();
+  bool clearOnRead = helper.queueCountersClearOnRead();
   double now = Zat::System::currentTime();
   copy.lastUpdateTimeIs(now);
 
@@ -173,15 +176,20 @@ void IntfQueueCountersSm::updateCounters() {
   if (entries > 0) {
     // Fabric interfaces publish totals only; their rates stay as addQueues left them.
     bool fabric = Orvo::FabricIntfId::isFabricIntfId(intfId_);
-    bool excludeOverhead = helper->queueBytesExcludeOverhead();
+    bool excludeOverhead = helper.queueBytesExcludeOverhead();
     Interface::LoadInterval globalInterval =
         globalIntfConfig_ ? globalIntfConfig_->loadInterval() : Interface::LoadInterval();
     Interface::LoadInterval intfInterval;
     if (ethPhyIntfConfigDir_) {
-      if (auto config = ethPhyIntfConfigDir_->intfConfig(intfId_)) {
-        intfInterval = config->loadInterval();
-      }
+      const auto* config = ethPhyIntfConfigDir_->entries().find(intfId_);
+      if (config && *config) intfInterval = (*config)->loadInterval();
     }
+    // Every queue shares the poll's elapsed time and intervals, hence its weight.
+    const double elapsed = now - prevTime;
+    const std::optional<double> weight =
+        fabric ? std::nullopt
+               : Interface::movingAverageWeight(elapsed, Interface::LoadInterval::effectiveSeconds(
+                                                             intfInterval, globalInterval));
 
     for (uint32_t i = 0; i < entries; ++i) {
       QueueIndex q(i);  // raises the range error at 17: nothing is published
@@ -226,13 +234,13 @@ void IntfQueueCountersSm::updateCounters() {
 
       IntfQueueRates rates = copy.intfQueueRates(q);
       Interface::QueueCounter::updateIntfQueueMovingAverages(
-          rates, now - prevTime, static_cast<double>(d[0]), static_cast<double>(d[1]),
-          static_cast<double>(d[2]), static_cast<double>(d[3]), intfInterval, globalInterval);
+          rates, elapsed, weight, static_cast<double>(d[0]), static_cast<double>(d[1]),
+          static_cast<double>(d[2]), static_cast<double>(d[3]));
       copy.intfQueueRatesIs(q, rates);
     }
   }
   // Polling never writes the clear table: baselines belong to clearing.
-  table->intfQueueCounterIs(copy);
+  table.intfQueueCounterIs(copy);
 }
 
 void IntfQueueCountersSm::handleTime() {

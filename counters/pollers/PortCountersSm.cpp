@@ -2,6 +2,7 @@
 
 #include "counters/pollers/PollPacing.h"
 #include "counters/pollers/PollerTrace.h"
+#include "counters/pollers/ScratchReading.h"
 #include "interface/IntfRates.h"
 #include "pontil/Assert.h"
 #include "zat/Activity.h"
@@ -144,17 +145,19 @@ void PortCountersSm::updateCounters() {
   if (!initialized()) return;
   VORN_TRACE(8, "void Vorn::Counters::PortCountersSm::updateCounters()"
                     << " intfId: " << intfId_);
-  Zat::Ptr<Interface::AllEthIntfCounterBrim> table = allIntfCounters_;
-  if (!table) return;
-  Zat::Ptr<VornHelper::VornHelperCountersSm> helper = platformHelper_;
-  Zat::Ptr<VornTypes::IntfCounters> prev = prevCountersIs();
-  Zat::Ptr<VornTypes::IntfCounters> newCounters = VornTypes::IntfCounters::IntfCountersIs();
+  // The table and the helper are fixed at construction, so the poll works on
+  // them in place rather than taking references it would give back at once.
+  if (!allIntfCounters_) return;
+  Interface::AllEthIntfCounterBrim& table = *allIntfCounters_;
+  const Zat::Ptr<VornTypes::IntfCounters>& prev = prevCountersIs();
+  const Zat::Ptr<VornTypes::IntfCounters>& newCounters = freshReading(
+      newCounters_, [] { return VornTypes::IntfCounters::IntfCountersIs(); },
+      [](VornTypes::IntfCounters& c) { c.reset(); });
   // Poll times come from the poller's own clock, the time base of the rates.
   double t = clock_ ? clock_->now() : Zat::System::currentTime();
-  helper->intfCountersRead(intfId_, newCounters, prev);
+  platformHelper_->intfCountersRead(intfId_, newCounters, prev);
 
-  Interface::EthIntfCounterBrim entry = table->counter(intfId_);
-  if (entry.intfId() != intfId_) entry = Interface::EthIntfCounterBrim(intfId_);
+  Interface::EthIntfCounterBrim entry = table.counterOrEmpty(intfId_);
 
   // The helper promises these sums; a reading that breaks them is not published.
   const Interface::IntfStatistics& stats = newCounters->intfStats();
@@ -187,7 +190,7 @@ void PortCountersSm::updateCounters() {
 
   prev->intfStatsIs(stats);
   prev->ethStatsIs(eth);
-  table->counterIs(entry);
+  table.counterIs(entry);
 }
 
 // --- framework ---

@@ -167,6 +167,9 @@ class PortCountersSm : public Vorn::VornBaseSm {
   Zat::Ptr<Interface::AllEthIntfCounterBrim> allIntfClearCounters_;
   double counterPollPeriod_ = 0.0;
   Zat::Ptr<VornTypes::IntfCounters> prevCounters_;
+  // The reading the helper fills on each poll, kept between polls (see
+  // ScratchReading.h); not an attribute.
+  Zat::Ptr<VornTypes::IntfCounters> newCounters_;
 };
 
 }  // namespace Vorn::Counters

@@ -2,6 +2,7 @@
 
 #include "counters/pollers/PollPacing.h"
 #include "counters/pollers/PollerTrace.h"
+#include "counters/pollers/ScratchReading.h"
 #include "interface/IntfRates.h"
 #include "pontil/Assert.h"
 #include "zat/Activity.h"
@@ -110,16 +111,17 @@ void VlanIntfCountersSm::updateCounters() {
   if (!initialized()) return;
   VORN_TRACE(8, "void Vorn::Counters::VlanIntfCountersSm::updateCounters()"
                     << " " << intfId_);
-  Zat::Ptr<Interface::AllVlanIntfCounterBrim> table = allVlanIntfCounters_;
-  if (!table) return;
-  Interface::VlanIntfCounterBrim entry = table->counter(intfId_);
-  if (entry.intfId() != intfId_) entry = Interface::VlanIntfCounterBrim(intfId_);
+  // The table and the helper are fixed at construction, so the poll works on
+  // them in place rather than taking references it would give back at once.
+  if (!allVlanIntfCounters_) return;
+  Interface::AllVlanIntfCounterBrim& table = *allVlanIntfCounters_;
+  Interface::VlanIntfCounterBrim entry = table.counterOrEmpty(intfId_);
 
-  Zat::Ptr<VornHelper::VornHelperCountersSm> helper = platformHelper_;
-  Zat::Ptr<VornTypes::VlanIntfCounters> prev = prevCountersIs();
-  Zat::Ptr<VornTypes::VlanIntfCounters> newCounters =
-      VornTypes::VlanIntfCounters::VlanIntfCountersIs();
-  helper->vlanIntfCountersRead(intfId_, newCounters, prev);
+  const Zat::Ptr<VornTypes::VlanIntfCounters>& prev = prevCountersIs();
+  const Zat::Ptr<VornTypes::VlanIntfCounters>& newCounters = freshReading(
+      newCounters_, [] { return VornTypes::VlanIntfCounters::VlanIntfCountersIs(); },
+      [](VornTypes::VlanIntfCounters& c) { c.reset(); });
+  platformHelper_->vlanIntfCountersRead(intfId_, newCounters, prev);
 
   // As for Ethernet ports, the difference carries the poll time, so the
   // published statistics time is the later of the previous one and this poll.
@@ -141,7 +143,7 @@ void VlanIntfCountersSm::updateCounters() {
   for (size_t i = 0; i < VornTypes::VlanIntfCounters::kExtraCount; ++i) {
     prev->extraIs(i, newCounters->extra(i));
   }
-  table->counterIs(entry);
+  table.counterIs(entry);
 }
 
 void VlanIntfCountersSm::hasNotificationActiveIs(bool value) {

@@ -129,6 +129,9 @@ class VlanIntfCountersSm : public Vorn::VornBaseSm {
   Zat::Ptr<const Interface::VlanIntfStatus> vlanIntfStatus_;
   Zat::Ptr<Interface::AllVlanIntfCounterBrim> allVlanIntfCounters_;
   Zat::Ptr<VornTypes::VlanIntfCounters> prevCounters_;
+  // The reading the helper fills on each poll, kept between polls (see
+  // ScratchReading.h); not an attribute.
+  Zat::Ptr<VornTypes::VlanIntfCounters> newCounters_;
 };
 
 }  // namespace Vorn::Counters

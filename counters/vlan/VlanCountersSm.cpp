@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "counters/Conventions.h"
+#include "counters/pollers/ScratchReading.h"
 #include "pontil/Assert.h"
 #include "vorntypes/VornTypes.h"
 #include "zat/Activity.h"
@@ -230,11 +231,12 @@ void VlanCountersSm::updateCounters() {
 
 void VlanCountersSm::pollVlan(Bridging::VlanId vlanId, double pollTime) {
   vornAssert(clock_);
-  const Zat::Ptr<VornHelper::VornVlanCountersHelper> helper = vlanCountersHelper_;
-  const Zat::Ptr<VornTypes::VlanCounters> current = VornTypes::VlanCounters::VlanCountersIs(vlanId);
-  const Zat::Ptr<VornTypes::VlanCounters> previous =
-      VornTypes::VlanCounters::VlanCountersIs(vlanId);
-  helper->vlanCountersRead(vlanId, current, previous);
+  const auto make = [vlanId] { return VornTypes::VlanCounters::VlanCountersIs(vlanId); };
+  const auto reset = [vlanId](VornTypes::VlanCounters& c) { c.reset(vlanId); };
+  const Zat::Ptr<VornTypes::VlanCounters>& current = freshReading(current_, make, reset);
+  const Zat::Ptr<VornTypes::VlanCounters>& previous = freshReading(previous_, make, reset);
+  // The helper is fixed at construction; updateCounters checked it is there.
+  vlanCountersHelper_->vlanCountersRead(vlanId, current, previous);
 
   Brim::Bridging::VlanCounterDir& dir = *vlanCounterDir_;
   VlanCounter* record;
@@ -244,10 +246,14 @@ void VlanCountersSm::pollVlan(Bridging::VlanId vlanId, double pollTime) {
     dir.doCorruptionDetected(e.what());
     throw WalkEnded{};
   }
+  static_assert(VlanCounter::kCounterCount == VornTypes::VlanCounters::kCounterCount);
+  uint64_t* totals = record->counterData();
+  const uint64_t* now = current->counterData();
+  const uint64_t* before = previous->counterData();
   for (size_t i = 0; i < VlanCounter::kCounterCount; ++i) {
     // Unsigned on purpose: a hardware counter that wrapped between two readings
     // still contributes its true increment modulo 2^64.
-    record->counterIs(i, record->counter(i) + (current->counter(i) - previous->counter(i)));
+    totals[i] += now[i] - before[i];
   }
   record->timestampIs(pollTime);
   dir.vlanCounterCommit(vlanId);

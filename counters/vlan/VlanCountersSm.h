@@ -16,6 +16,7 @@
 #include "counters/PlatformHelper.h"
 #include "pell/TimerWheel.h"
 #include "tables/CounterTables.h"
+#include "vorntypes/VornTypes.h"
 #include "zat/Clock.h"
 #include "zat/Generic.h"
 #include "zat/Notifiee.h"
@@ -171,6 +172,10 @@ class VlanCountersSm : public Zat::PtrInterface {
   Zat::Ptr<VornHelper::VornVlanCountersHelper> vlanCountersHelper_;
   double pollInterval_ = kDefaultPollInterval;
   bool initialized_ = false;
+  // The two readings the helper fills for each VLAN of a poll, kept between
+  // VLANs and polls (see counters/pollers/ScratchReading.h); not attributes.
+  Zat::Ptr<VornTypes::VlanCounters> current_;
+  Zat::Ptr<VornTypes::VlanCounters> previous_;
 
   // Declared after the inputs so that they are released first.
   Zat::Ptr<ZatBridgingConfig> zatBridgingConfig_;

@@ -58,6 +58,10 @@ class VlanCounter {
   static const char* counterName(size_t index);
   uint64_t counter(size_t index) const;
   void counterIs(size_t index, uint64_t value);
+  // The eight counters in order, unchecked, for loops that visit all of them
+  // (the VLAN poll adds to every counter of every VLAN).
+  constexpr uint64_t* counterData() { return counters_; }
+  constexpr const uint64_t* counterData() const { return counters_; }
 
   // Seconds, timer-wheel time of the poll (or snapshot) that last wrote the record.
   constexpr double timestamp() const { return timestamp_; }

@@ -17,13 +17,10 @@ void IntfQueueCounter::checkLayout() {
 void updateIntfQueueMovingAverages(IntfQueueRates& rates, double elapsed, double txOctets,
                                    double txPkts, double dropOctets, double dropPkts,
                                    LoadInterval intfInterval, LoadInterval globalInterval) {
-  auto weight =
-      movingAverageWeight(elapsed, LoadInterval::effectiveSeconds(intfInterval, globalInterval));
-  if (!weight) return;
-  rates.txBitsRateIs(blendedRate(rates.txBitsRate(), 8.0 * txOctets / elapsed, *weight));
-  rates.txPktsRateIs(blendedRate(rates.txPktsRate(), txPkts / elapsed, *weight));
-  rates.dropBitsRateIs(blendedRate(rates.dropBitsRate(), 8.0 * dropOctets / elapsed, *weight));
-  rates.dropPktsRateIs(blendedRate(rates.dropPktsRate(), dropPkts / elapsed, *weight));
+  updateIntfQueueMovingAverages(
+      rates, elapsed,
+      movingAverageWeight(elapsed, LoadInterval::effectiveSeconds(intfInterval, globalInterval)),
+      txOctets, txPkts, dropOctets, dropPkts);
 }
 
 std::ostream& operator<<(std::ostream& os, const IntfQueueStat& stat) {

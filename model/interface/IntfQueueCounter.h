@@ -11,10 +11,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <type_traits>
 
 #include "interface/LoadInterval.h"
+#include "interface/MovingAverage.h"
 #include "interface/PodArray.h"
 #include "interface/QueueIndex.h"
 #include "orvo/IntfId.h"
@@ -153,6 +155,21 @@ class IntfQueueCounter {
 void updateIntfQueueMovingAverages(IntfQueueRates& rates, double elapsed, double txOctets,
                                    double txPkts, double dropOctets, double dropPkts,
                                    LoadInterval intfInterval, LoadInterval globalInterval);
+
+// As above, with the poll's weight already worked out by
+// movingAverageWeight(elapsed, LoadInterval::effectiveSeconds(intf, global)):
+// every queue of an interface shares the poll's elapsed time and intervals, so
+// the queue poller works the exponential out once per poll, not once per queue.
+// A nullopt weight leaves the rates as they are.
+inline void updateIntfQueueMovingAverages(IntfQueueRates& rates, double elapsed,
+                                          std::optional<double> weight, double txOctets,
+                                          double txPkts, double dropOctets, double dropPkts) {
+  if (!weight) return;
+  rates.txBitsRateIs(blendedRate(rates.txBitsRate(), 8.0 * txOctets / elapsed, *weight));
+  rates.txPktsRateIs(blendedRate(rates.txPktsRate(), txPkts / elapsed, *weight));
+  rates.dropBitsRateIs(blendedRate(rates.dropBitsRate(), 8.0 * dropOctets / elapsed, *weight));
+  rates.dropPktsRateIs(blendedRate(rates.dropPktsRate(), dropPkts / elapsed, *weight));
+}
 
 std::ostream& operator<<(std::ostream& os, const IntfQueueStat& stat);
 std::ostream& operator<<(std::ostream& os, const IntfQueueRates& rates);

@@ -11,11 +11,4 @@ std::optional<double> movingAverageWeight(double elapsed, double intervalSeconds
   return -std::expm1(-elapsed / intervalSeconds);
 }
 
-double blendedRate(double previous, double sample, double weight) {
-  if (!std::isfinite(sample)) return std::isfinite(previous) ? previous : 0.0;
-  if (!std::isfinite(previous)) return sample;
-  double rate = weight * sample + (1.0 - weight) * previous;
-  return std::isfinite(rate) ? rate : previous;
-}
-
 }  // namespace Interface

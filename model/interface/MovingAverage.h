@@ -6,6 +6,7 @@
 // the poll period. Both functions keep NaN and infinity out of published rates.
 #pragma once
 
+#include <cmath>
 #include <optional>
 
 namespace Interface {
@@ -19,6 +20,12 @@ std::optional<double> movingAverageWeight(double elapsed, double intervalSeconds
 // `previous` moved towards `sample` by `weight` (1 gives `sample` exactly).
 // A non-finite sample leaves `previous` (0 if that is not finite either); a
 // non-finite previous average (a damaged record) restarts from the sample.
-double blendedRate(double previous, double sample, double weight);
+// Inline: every poll blends four rates per interface and per queue.
+inline double blendedRate(double previous, double sample, double weight) {
+  if (!std::isfinite(sample)) return std::isfinite(previous) ? previous : 0.0;
+  if (!std::isfinite(previous)) return sample;
+  double rate = weight * sample + (1.0 - weight) * previous;
+  return std::isfinite(rate) ? rate : previous;
+}
 
 }  // namespace Interface

@@ -52,6 +52,12 @@ class IntfCounters : public Zat::PtrInterface {
   const Interface::EthStatistics& ethStats() const { return ethStats_; }
   Interface::EthStatistics& ethStats() { return ethStats_; }
   void ethStatsIs(const Interface::EthStatistics& s) { ethStats_ = s; }
+  // Back to the state IntfCountersIs() gives, so that a poller can hand the
+  // same object to the helper on every poll.
+  void reset() {
+    intfStats_ = Interface::IntfStatistics();
+    ethStats_ = Interface::EthStatistics();
+  }
 
   const char* fwkType() const override { return "VornTypes::IntfCounters"; }
 
@@ -75,6 +81,11 @@ class VlanIntfCounters : public Zat::PtrInterface {
   // The four extra counters, in the order of Interface::VlanIntfCounterBrim's.
   uint64_t extra(size_t i) const { return extra_.at(i); }
   void extraIs(size_t i, uint64_t v) { extra_.at(i) = v; }
+  // Back to the state VlanIntfCountersIs() gives.
+  void reset() {
+    statistics_ = Interface::IntfStatistics();
+    extra_ = {};
+  }
 
   const char* fwkType() const override { return "VornTypes::VlanIntfCounters"; }
 
@@ -127,6 +138,13 @@ class VlanCounters : public Zat::PtrInterface {
   Bridging::VlanId vlanId() const { return vlanId_; }
   uint64_t counter(size_t i) const { return counters_.at(i); }
   void counterIs(size_t i, uint64_t v) { counters_.at(i) = v; }
+  // The counters in order, unchecked, for loops that visit all of them.
+  const uint64_t* counterData() const { return counters_.data(); }
+  // Back to the state VlanCountersIs(vlanId) gives.
+  void reset(Bridging::VlanId vlanId) {
+    vlanId_ = vlanId;
+    counters_ = {};
+  }
 
   const char* fwkType() const override { return "VornTypes::VlanCounters"; }
 

@@ -18,19 +18,22 @@ Clock::~Clock() {
 
 double Clock::now() const { return activityManager()->now(); }
 
-double Clock::nextDeadline() const {
-  return schedule_.empty() ? kNever : std::get<0>(*schedule_.begin());
+const Clock::Entry& Clock::front() const {
+  if (lane_.empty()) return schedule_.front();
+  if (schedule_.empty()) return lane_.front();
+  return earlier(schedule_.front(), lane_.front()) ? schedule_.front() : lane_.front();
 }
 
-uint64_t Clock::nextSequence() const {
-  return schedule_.empty() ? UINT64_MAX : std::get<1>(*schedule_.begin());
-}
+double Clock::nextDeadline() const { return armedCount() == 0 ? kNever : front().deadline; }
+
+uint64_t Clock::nextSequence() const { return armedCount() == 0 ? UINT64_MAX : front().seq; }
 
 bool Clock::fireNext(double upTo) {
-  if (schedule_.empty()) return false;
-  auto [deadline, seq, n] = *schedule_.begin();
-  if (deadline > upTo) return false;
-  schedule_.erase(schedule_.begin());
+  if (armedCount() == 0) return false;
+  const Entry& next = front();
+  if (next.deadline > upTo) return false;
+  Notifiee* n = next.notifiee;
+  unschedule(n);
   n->scheduled_ = false;
   n->timeMin_ = kNever;
   Ptr<Notifiee> hold(n);
@@ -38,14 +41,90 @@ bool Clock::fireNext(double upTo) {
   return true;
 }
 
-void Clock::schedule(Notifiee* n) const { schedule_.emplace(n->timeMin_, n->seq_, n); }
+void Clock::dropLaneHoles() const {
+  while (!lane_.empty() && lane_.front().notifiee == nullptr) {
+    lane_.pop_front();
+    ++laneBase_;
+  }
+}
 
-void Clock::unschedule(Notifiee* n) const { schedule_.erase(Entry(n->timeMin_, n->seq_, n)); }
+// Four children per node: half the depth of a binary heap, so a tick's pop moves
+// half as many entries (each move also tells its notifiee where it went), and the
+// four keys compared per level sit side by side.
+void Clock::siftUp(size_t i) const {
+  const Entry e = schedule_[i];
+  while (i > 0) {
+    const size_t parent = (i - 1) / kArity;
+    if (!earlier(e, schedule_[parent])) break;
+    place(i, schedule_[parent]);
+    i = parent;
+  }
+  place(i, e);
+}
+
+void Clock::siftDown(size_t i) const {
+  const Entry e = schedule_[i];
+  const size_t n = schedule_.size();
+  while (true) {
+    const size_t first = kArity * i + 1;
+    if (first >= n) break;
+    size_t child = first;
+    const size_t end = std::min(first + kArity, n);
+    for (size_t c = first + 1; c < end; ++c) {
+      if (earlier(schedule_[c], schedule_[child])) child = c;
+    }
+    if (!earlier(schedule_[child], e)) break;
+    place(i, schedule_[child]);
+    i = child;
+  }
+  place(i, e);
+}
+
+void Clock::schedule(Notifiee* n) const {
+  const Entry e{n->timeMin_, n->seq_, n};
+  if (lane_.empty() || !earlier(e, lane_.back())) {
+    n->inLane_ = true;
+    n->lanePosition_ = laneBase_ + lane_.size();
+    lane_.push_back(e);
+    ++laneArmed_;
+    return;
+  }
+  n->inLane_ = false;
+  schedule_.push_back(e);
+  siftUp(schedule_.size() - 1);
+}
+
+void Clock::unschedule(Notifiee* n) const {
+  if (n->inLane_) {
+    if (n->lanePosition_ < laneBase_) return;
+    const uint64_t i = n->lanePosition_ - laneBase_;
+    if (i >= lane_.size() || lane_[i].notifiee != n) return;
+    lane_[i].notifiee = nullptr;
+    --laneArmed_;
+    dropLaneHoles();
+    // Without armed entries the lane only holds holes; emptied, it takes any
+    // deadline again.
+    if (laneArmed_ == 0) {
+      laneBase_ += lane_.size();
+      lane_.clear();
+    }
+    return;
+  }
+  const size_t i = n->heapIndex_;
+  if (i >= schedule_.size() || schedule_[i].notifiee != n) return;
+  const Entry last = schedule_.back();
+  schedule_.pop_back();
+  if (i == schedule_.size()) return;
+  // The last entry fills the hole, then moves whichever way its key says.
+  place(i, last);
+  siftUp(i);
+  siftDown(last.notifiee->heapIndex_);
+}
 
 void Clock::attributesDescribe(Describer& d) const {
   d.attribute("name", toText(name_));
   d.attribute("now", toText(now()));
-  d.attribute("armed", toText(schedule_.size()));
+  d.attribute("armed", toText(armedCount()));
 }
 
 // --- Clock::Notifiee ---

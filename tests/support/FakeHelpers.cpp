@@ -72,6 +72,7 @@ void FakeCountersHelper::intfCountersRead(Orvo::IntfId intfId,
                                           const Zat::Ptr<VornTypes::IntfCounters>& newCounters,
                                           const Zat::Ptr<VornTypes::IntfCounters>&) {
   record("intfCountersRead", "intfCountersRead(" + intfId.stringValue() + ")");
+  if (onIntfCountersRead) onIntfCountersRead(newCounters);
   auto it = portReadings.find(intfId);
   if (it == portReadings.end()) return;
   newCounters->intfStatsIs(it->second.intfStats);
@@ -146,6 +147,7 @@ void FakeVlanCountersHelper::vlanCountersRead(Bridging::VlanId vlanId,
                                               const Zat::Ptr<VornTypes::VlanCounters>& current,
                                               const Zat::Ptr<VornTypes::VlanCounters>& previous) {
   record("vlanCountersRead", "vlanCountersRead(" + std::to_string(vlanId) + ")");
+  if (onVlanCountersRead) onVlanCountersRead(vlanId, current, previous);
   std::array<uint64_t, 8> now{};
   if (auto it = hardware.find(vlanId); it != hardware.end()) now = it->second;
   std::array<uint64_t, 8> before = lastServed[vlanId];

@@ -52,6 +52,9 @@ class FakeCountersHelper : public VornHelper::VornHelperCountersSm {
   std::map<Orvo::IntfId, uint64_t> aclDropCounts;
   // Name of an operation that raises FakeHelperError when called.
   std::string failOperation;
+  // Called with the reading object as intfCountersRead receives it, before the
+  // fake fills it (to look at it, or keep a reference to it).
+  std::function<void(const Zat::Ptr<VornTypes::IntfCounters>&)> onIntfCountersRead;
 
   // --- what the fake saw ---
   Calls calls;
@@ -107,6 +110,11 @@ class FakeVlanCountersHelper : public VornHelper::VornVlanCountersHelper {
   std::map<Bridging::VlanId, std::array<uint64_t, 8>> hardware;
   std::map<Bridging::VlanId, std::array<uint64_t, 8>> lastServed;
   std::string failOperation;
+  // Called with both reading objects as vlanCountersRead receives them, before
+  // the fake fills them.
+  std::function<void(Bridging::VlanId, const Zat::Ptr<VornTypes::VlanCounters>&,
+                     const Zat::Ptr<VornTypes::VlanCounters>&)>
+      onVlanCountersRead;
 
   Calls calls;
   std::vector<double> callTimes;

@@ -482,3 +482,47 @@ TEST_F(PortCountersSmTest, AccessorsReturnConstructorArguments) {
 }
 
 }  // namespace
+
+namespace {
+
+bool zeroFilled(const VornTypes::IntfCounters& reading) {
+  return reading.intfStats() == Interface::IntfStatistics() &&
+         reading.ethStats() == Interface::EthStatistics();
+}
+
+TEST_F(PortCountersSmTest, EveryPollHandsTheHelperAZeroFilledReading) {
+  sm = makeSm(2.0);
+  serve(FakeCountersHelper::consistentReading(1000, 10, 3, 1));
+  sm->initializedIs(true);
+  std::vector<bool> arrivedZero;
+  helper->onIntfCountersRead = [&](const Zat::Ptr<VornTypes::IntfCounters>& reading) {
+    arrivedZero.push_back(zeroFilled(*reading));
+  };
+  sm->updateCounters();
+  sm->updateCounters();
+  sm->updateCounters();
+  EXPECT_EQ(arrivedZero, (std::vector<bool>{true, true, true}));
+  EXPECT_EQ(published().statistics().inOctets(), 1000u);
+}
+
+TEST_F(PortCountersSmTest, AReadingTheHelperKeepsIsNeverHandedOutAgain) {
+  sm = makeSm(2.0);
+  serve(FakeCountersHelper::consistentReading(1000, 10));
+  sm->initializedIs(true);
+  std::vector<Zat::Ptr<VornTypes::IntfCounters>> kept;
+  helper->onIntfCountersRead = [&](const Zat::Ptr<VornTypes::IntfCounters>& reading) {
+    EXPECT_TRUE(zeroFilled(*reading));
+    kept.push_back(reading);
+  };
+  sm->updateCounters();
+  serve(FakeCountersHelper::consistentReading(5000, 50));
+  sm->updateCounters();
+  ASSERT_EQ(kept.size(), 2u);
+  EXPECT_NE(kept[0].ptr(), kept[1].ptr());
+  // The first reading still holds what the helper put in it.
+  EXPECT_EQ(kept[0]->intfStats().inOctets(), 1000u);
+  EXPECT_EQ(kept[1]->intfStats().inOctets(), 5000u);
+  EXPECT_EQ(published().statistics().inOctets(), 5000u);
+}
+
+}  // namespace

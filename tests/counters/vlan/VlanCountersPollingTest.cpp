@@ -1,8 +1,11 @@
 // Following the bridging configuration, pacing and publishing VLAN counters.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <string>
+#include <vector>
 
 #include "VlanSmFixture.h"
 #include "pontil/Assert.h"
@@ -372,6 +375,58 @@ TEST_F(VlanCountersPolling, VlanEventWithoutBridgingConfigIsAProgramFault) {
     FAIL() << "expected an assertion";
   } catch (const Pontil::AssertException& e) {
     EXPECT_EQ(e.expression(), "bridgingConfig_");
+  }
+}
+
+TEST_F(VlanCountersPolling, EveryVlanOfAPollGetsFreshZeroFilledReadingsOfItsOwn) {
+  config->vlanConfigIs(10);
+  config->vlanConfigIs(20);
+  helper->hardware[10] = counts(100);
+  helper->hardware[20] = counts(200);
+  startSm();
+  std::vector<std::string> seen;
+  const auto describe = [](const VornTypes::VlanCounters& c) {
+    bool zero = true;
+    for (size_t i = 0; i < VornTypes::VlanCounters::kCounterCount; ++i)
+      zero = zero && c.counter(i) == 0;
+    return std::to_string(c.vlanId()) + (zero ? " zero" : " not zero");
+  };
+  helper->onVlanCountersRead = [&](Bridging::VlanId, const Zat::Ptr<VornTypes::VlanCounters>& now,
+                                   const Zat::Ptr<VornTypes::VlanCounters>& before) {
+    seen.push_back(describe(*now) + ", " + describe(*before));
+  };
+  sm->updateCounters();
+  sm->updateCounters();
+  std::sort(seen.begin(), seen.end());
+  EXPECT_EQ(seen, (std::vector<std::string>{"10 zero, 10 zero", "10 zero, 10 zero",
+                                            "20 zero, 20 zero", "20 zero, 20 zero"}));
+  EXPECT_EQ(dir->vlanCounter(10).counter(0), counts(100)[0]);
+  EXPECT_EQ(dir->vlanCounter(20).counter(0), counts(200)[0]);
+}
+
+TEST_F(VlanCountersPolling, ReadingsTheHelperKeepsAreNeverHandedOutAgain) {
+  config->vlanConfigIs(10);
+  config->vlanConfigIs(20);
+  helper->hardware[10] = counts(100);
+  helper->hardware[20] = counts(200);
+  startSm();
+  std::vector<Zat::Ptr<VornTypes::VlanCounters>> kept;
+  helper->onVlanCountersRead = [&](Bridging::VlanId, const Zat::Ptr<VornTypes::VlanCounters>& now,
+                                   const Zat::Ptr<VornTypes::VlanCounters>& before) {
+    kept.push_back(now);
+    kept.push_back(before);
+  };
+  sm->updateCounters();
+  ASSERT_EQ(kept.size(), 4u);
+  std::vector<const VornTypes::VlanCounters*> distinct;
+  for (const auto& k : kept) distinct.push_back(k.ptr());
+  std::sort(distinct.begin(), distinct.end());
+  EXPECT_EQ(std::unique(distinct.begin(), distinct.end()), distinct.end());
+  // Each kept reading still holds what the helper served for its VLAN.
+  for (size_t i = 0; i < kept.size(); i += 2) {
+    const Bridging::VlanId v = kept[i]->vlanId();
+    EXPECT_EQ(kept[i]->counter(0), counts(v == 10 ? 100 : 200)[0]);
+    EXPECT_EQ(kept[i + 1]->vlanId(), v);
   }
 }
 
