@@ -10,22 +10,13 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "readers/ControlClient.h"
 #include "zat/Activity.h"
 
 namespace Agent {
 
 namespace {
 constexpr size_t kMaxLine = 4096;
-
-sockaddr_un addressOf(const std::string& path) {
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  if (path.size() >= sizeof(addr.sun_path)) {
-    throw std::runtime_error("socket path too long: " + path);
-  }
-  std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-  return addr;
-}
 
 void writeAll(int fd, const std::string& data) {
   size_t off = 0;
@@ -42,7 +33,7 @@ void writeAll(int fd, const std::string& data) {
 
 CommandSocket::CommandSocket(const std::string& path, Handler handler)
     : path_(path), handler_(std::move(handler)) {
-  sockaddr_un addr = addressOf(path);
+  sockaddr_un addr = Readers::unixSocketAddress(path);
   listenFd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (listenFd_ < 0) throw std::runtime_error("socket: " + std::string(std::strerror(errno)));
   ::unlink(path.c_str());

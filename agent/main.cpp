@@ -57,14 +57,7 @@ int main(int argc, char** argv) {
                  "platform: sim or linux (default: " + defaultPlatform() + ")")
       ->check(CLI::IsMember({"sim", "linux"}));
   app.add_option("--namespace,-n", ns, "shared-memory namespace of the tables")
-      ->check([](const std::string& s) {
-        if (s.empty() || s.size() > 64 ||
-            s.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
-                                "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") != std::string::npos) {
-          return std::string("namespace must be 1-64 letters, digits, '_' or '-'");
-        }
-        return std::string();
-      });
+      ->check(Readers::namespaceProblem);
   app.add_option("--duration,-d", duration, "seconds to run (default: until interrupted)")
       ->check(CLI::Range(0.0, 1e7));
   app.add_option("--socket,-s", socketPath, "command socket path (default: /tmp/vorn-<ns>.sock)");

@@ -11,8 +11,7 @@
 
 namespace Readers {
 
-namespace {
-sockaddr_un addressOf(const std::string& path) {
+sockaddr_un unixSocketAddress(const std::string& path) {
   sockaddr_un addr{};
   addr.sun_family = AF_UNIX;
   if (path.size() >= sizeof(addr.sun_path)) {
@@ -22,6 +21,16 @@ sockaddr_un addressOf(const std::string& path) {
   return addr;
 }
 
+std::string namespaceProblem(const std::string& ns) {
+  if (ns.empty() || ns.size() > 64 ||
+      ns.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
+                           "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") != std::string::npos) {
+    return "namespace must be 1-64 letters, digits, '_' or '-'";
+  }
+  return "";
+}
+
+namespace {
 // Closes the descriptor on every way out.
 struct Fd {
   int fd;
@@ -34,7 +43,7 @@ struct Fd {
 std::string defaultSocketPath(const std::string& ns) { return "/tmp/vorn-" + ns + ".sock"; }
 
 std::string sendCommand(const std::string& path, const std::string& line, double timeoutSeconds) {
-  sockaddr_un addr = addressOf(path);
+  sockaddr_un addr = unixSocketAddress(path);
   Fd s{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
   if (s.fd < 0) throw std::runtime_error("socket: " + std::string(std::strerror(errno)));
   if (::connect(s.fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0) {

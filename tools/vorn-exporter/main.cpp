@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <thread>
 
+#include "readers/ControlClient.h"
 #include "tools/vorn-exporter/Service.h"
 
 namespace {
@@ -41,14 +42,7 @@ int main(int argc, char** argv) {
   bool once = false;
   bool openMetrics = false;
   app.add_option("--namespace,-n", options.ns, "shared-memory namespace of the agent's tables")
-      ->check([](const std::string& s) {
-        if (s.empty() || s.size() > 64 ||
-            s.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
-                                "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") != std::string::npos) {
-          return std::string("namespace must be 1-64 letters, digits, '_' or '-'");
-        }
-        return std::string();
-      });
+      ->check(Readers::namespaceProblem);
   app.add_option("--listen,-l", listen,
                  fmt::format("address to serve on, host:port (default 127.0.0.1:{}; port 0 picks "
                              "a free port)",

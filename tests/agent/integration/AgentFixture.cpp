@@ -19,6 +19,7 @@
 #include <thread>
 
 #include "readers/ControlClient.h"
+#include "support/ShmNamespace.h"
 
 #if !defined(VORN_SIM_BINARY) || !defined(VORNCTL_BINARY)
 #error "the integration tests need VORN_SIM_BINARY and VORNCTL_BINARY (set by tests/CMakeLists.txt)"
@@ -60,18 +61,6 @@ void killAndReap(pid_t pid) {
   int status = 0;
   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
-}
-
-void removeNamespaceTables(const std::string& ns) {
-  DIR* dir = ::opendir("/dev/shm");
-  if (!dir) return;
-  std::vector<std::string> names;
-  while (dirent* e = ::readdir(dir)) {
-    std::string name = e->d_name;
-    if (name.rfind(ns + ".", 0) == 0) names.push_back(name);
-  }
-  ::closedir(dir);
-  for (const auto& n : names) ::unlink(("/dev/shm/" + n).c_str());
 }
 
 std::string fileText(const std::string& path) {
@@ -159,22 +148,49 @@ Sim::Topology AgentTest::topology() {
   return t;
 }
 
-void AgentTest::SetUp() {
-  ns = "it" + std::to_string(::getpid()) + "_" + std::to_string(gNextTest++);
-  socketPath = "/tmp/vorn-" + ns + ".sock";
-  topologyPath = "/tmp/vorn-" + ns + ".json";
-  logPath = "/tmp/vorn-" + ns + ".log";
-  Sim::Topology t = topology();
-  std::ofstream(topologyPath) << nlohmann::json{
+pid_t spawnLogged(const std::string& binary, const std::vector<std::string>& args,
+                  const std::string& logPath,
+                  const std::vector<std::pair<std::string, std::string>>& env) {
+  std::vector<std::string> storage{binary};
+  storage.insert(storage.end(), args.begin(), args.end());
+  std::vector<char*> argv;
+  for (auto& a : storage) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  int log = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  if (log < 0) return -1;
+  pid_t pid = ::fork();
+  if (pid == 0) {
+    ::dup2(log, STDOUT_FILENO);
+    ::dup2(log, STDERR_FILENO);
+    for (const auto& [name, value] : env) ::setenv(name.c_str(), value.c_str(), 1);
+    ::execv(binary.c_str(), argv.data());
+    ::_exit(127);
+  }
+  ::close(log);
+  return pid;
+}
+
+void writeTopologyFile(const std::string& path, const Sim::Topology& t) {
+  std::ofstream(path) << nlohmann::json{
       {"ethPorts", t.ethPorts},
       {"queuesPerPort", t.queuesPerPort},
       {"fabricPorts", t.fabricPorts},
       {"vlanIntfs", t.vlanIntfs},
       {"vlans", t.vlans},
       {"coppClasses", t.coppClasses},
+      {"portSpeedBps", t.portSpeedBps},
       {"firstPollDelay", t.firstPollDelay},
       {"vlanPollInterval",
        t.vlanPollInterval}}.dump();
+}
+
+void AgentTest::SetUp() {
+  ns = "it" + std::to_string(::getpid()) + "_" + std::to_string(gNextTest++);
+  socketPath = "/tmp/vorn-" + ns + ".sock";
+  topologyPath = "/tmp/vorn-" + ns + ".json";
+  logPath = "/tmp/vorn-" + ns + ".log";
+  Sim::Topology t = topology();
+  writeTopologyFile(topologyPath, t);
   expect = std::make_unique<Sim::SimChip>(t);
   ports = expect->ethPorts();
 }
@@ -187,7 +203,7 @@ void AgentTest::TearDown() {
   if (HasFailure()) {
     std::cerr << "--- agent log " << logPath << " ---\n" << fileText(logPath) << "--- end ---\n";
   }
-  removeNamespaceTables(ns);
+  VornTest::removeNamespaceTables(ns);
   ::unlink(socketPath.c_str());
   ::unlink(topologyPath.c_str());
   ::unlink(logPath.c_str());

@@ -50,6 +50,16 @@ struct ProcessResult {
 ProcessResult runProcess(const std::string& binary, const std::vector<std::string>& args,
                          double timeoutSeconds = 10);
 
+// Starts `binary` with `args` in the background, its output appended to
+// `logPath`, with the variables of `env` set; the child's pid, or -1 when the
+// log cannot be opened.
+pid_t spawnLogged(const std::string& binary, const std::vector<std::string>& args,
+                  const std::string& logPath,
+                  const std::vector<std::pair<std::string, std::string>>& env = {});
+
+// Writes `t` as a topology file the agent reads with -t.
+void writeTopologyFile(const std::string& path, const Sim::Topology& t);
+
 // Seconds since the epoch, on the wall clock the agent's timestamps follow.
 double wallNow();
 // Sleeps for `seconds` of real time.

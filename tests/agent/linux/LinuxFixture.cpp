@@ -21,6 +21,7 @@
 #include <thread>
 
 #include "readers/ControlClient.h"
+#include "support/ShmNamespace.h"
 
 #if !defined(VORN_AGENT_BINARY)
 #error "the Linux integration tests need VORN_AGENT_BINARY (set by tests/CMakeLists.txt)"
@@ -43,18 +44,6 @@ std::optional<int> waitFor(pid_t pid, double seconds) {
     if (wallNow() >= end) return std::nullopt;
     sleepFor(0.01);
   }
-}
-
-void removeTables(const std::string& ns) {
-  DIR* dir = ::opendir("/dev/shm");
-  if (!dir) return;
-  std::vector<std::string> names;
-  while (dirent* e = ::readdir(dir)) {
-    std::string name = e->d_name;
-    if (name.rfind(ns + ".", 0) == 0) names.push_back(name);
-  }
-  ::closedir(dir);
-  for (const auto& n : names) ::unlink(("/dev/shm/" + n).c_str());
 }
 
 std::string mac(int p, char side) {
@@ -145,7 +134,7 @@ void LinuxAgentTest::TearDown() {
     agentPid = -1;
   }
   if (!netns.empty()) run({"ip", "netns", "del", netns});
-  if (!ns.empty()) removeTables(ns);
+  if (!ns.empty()) VornTest::removeNamespaceTables(ns);
   if (!socketPath.empty()) ::unlink(socketPath.c_str());
   if (!logPath.empty()) {
     if (HasFailure()) std::cerr << "--- agent log\n" << log() << "---\n";

@@ -12,6 +12,7 @@
 
 #include "brim/Brim.h"
 #include "readers/Snapshot.h"
+#include "support/ShmNamespace.h"
 #include "support/TableDamage.h"
 #include "tables/CounterTables.h"
 
@@ -20,18 +21,6 @@ namespace {
 using Interface::EthIntfCounterBrim;
 
 std::atomic<unsigned> gNext{0};
-
-void removeNamespace(const std::string& ns) {
-  DIR* dir = ::opendir("/dev/shm");
-  if (!dir) return;
-  std::vector<std::string> names;
-  while (dirent* e = ::readdir(dir)) {
-    std::string name = e->d_name;
-    if (name.rfind(ns + ".", 0) == 0) names.push_back(name);
-  }
-  ::closedir(dir);
-  for (const auto& n : names) ::unlink(("/dev/shm/" + n).c_str());
-}
 
 EthIntfCounterBrim port(int n, uint64_t inOctets, double time) {
   EthIntfCounterBrim r(Orvo::IntfId("Ethernet" + std::to_string(n)));
@@ -47,7 +36,7 @@ class SnapshotTest : public ::testing::Test {
   void SetUp() override {
     ns = "snap" + std::to_string(::getpid()) + "_" + std::to_string(gNext++);
   }
-  void TearDown() override { removeNamespace(ns); }
+  void TearDown() override { VornTest::removeNamespaceTables(ns); }
   std::string ns;
 };
 

@@ -52,22 +52,7 @@ int freeLoopbackPort() {
 
 pid_t spawn(const std::string& binary, const std::vector<std::string>& args,
             const std::string& logPath) {
-  std::vector<std::string> storage{binary};
-  storage.insert(storage.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (auto& s : storage) argv.push_back(s.data());
-  argv.push_back(nullptr);
-  int log = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-  if (log < 0) return -1;
-  pid_t pid = ::fork();
-  if (pid == 0) {
-    ::dup2(log, STDOUT_FILENO);
-    ::dup2(log, STDERR_FILENO);
-    ::execv(binary.c_str(), argv.data());
-    ::_exit(127);
-  }
-  ::close(log);
-  return pid;
+  return SimIt::spawnLogged(binary, args, logPath);
 }
 
 void killProcess(pid_t& pid) {

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "brim/Brim.h"
+#include "support/ShmNamespace.h"
 #include "support/TableDamage.h"
 #include "tables/CounterTables.h"
 #include "tools/vorn-exporter/Service.h"
@@ -27,18 +28,6 @@ using Interface::EthIntfCounterBrim;
 
 std::atomic<unsigned> gNext{0};
 constexpr int kPorts = 16;
-
-void removeNamespace(const std::string& ns) {
-  DIR* dir = ::opendir("/dev/shm");
-  if (!dir) return;
-  std::vector<std::string> names;
-  while (dirent* e = ::readdir(dir)) {
-    std::string name = e->d_name;
-    if (name.rfind(ns + ".", 0) == 0) names.push_back(name);
-  }
-  ::closedir(dir);
-  for (const auto& n : names) ::unlink(("/dev/shm/" + n).c_str());
-}
 
 EthIntfCounterBrim port(int n, uint64_t step) {
   EthIntfCounterBrim r(Orvo::IntfId("Ethernet" + std::to_string(n)));
@@ -120,7 +109,7 @@ class ServiceTest : public ::testing::Test {
     server.stop();
     if (listener.joinable()) listener.join();
     writer.reset();
-    removeNamespace(ns);
+    VornTest::removeNamespaceTables(ns);
   }
 
   httplib::Result get(const std::string& path, const httplib::Headers& headers = {}) {

@@ -51,25 +51,9 @@ int freeUdpPort() {
 // (apart from the configuration: snmpd saves its state as "snmpd.conf").
 pid_t spawn(const std::string& binary, const std::vector<std::string>& args,
             const std::string& logPath, const std::string& stateDir) {
-  std::vector<std::string> storage{binary};
-  storage.insert(storage.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (auto& s : storage) argv.push_back(s.data());
-  argv.push_back(nullptr);
-  int log = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-  if (log < 0) return -1;
-  pid_t pid = ::fork();
-  if (pid == 0) {
-    ::dup2(log, STDOUT_FILENO);
-    ::dup2(log, STDERR_FILENO);
-    ::setenv("MIBS", "", 1);
-    ::setenv("MIBDIRS", stateDir.c_str(), 1);
-    ::setenv("SNMP_PERSISTENT_DIR", stateDir.c_str(), 1);
-    ::execv(binary.c_str(), argv.data());
-    ::_exit(127);
-  }
-  ::close(log);
-  return pid;
+  return SimIt::spawnLogged(
+      binary, args, logPath,
+      {{"MIBS", ""}, {"MIBDIRS", stateDir}, {"SNMP_PERSISTENT_DIR", stateDir}});
 }
 
 namespace {
@@ -149,17 +133,7 @@ void SnmpTest::SetUp() {
   // 2^32 within seconds; everything else as the agent fixture has it.
   Sim::Topology t = topology();
   t.portSpeedBps = 1e12;
-  std::ofstream(topologyPath) << nlohmann::json{
-      {"ethPorts", t.ethPorts},
-      {"queuesPerPort", t.queuesPerPort},
-      {"fabricPorts", t.fabricPorts},
-      {"vlanIntfs", t.vlanIntfs},
-      {"vlans", t.vlans},
-      {"coppClasses", t.coppClasses},
-      {"portSpeedBps", t.portSpeedBps},
-      {"firstPollDelay", t.firstPollDelay},
-      {"vlanPollInterval",
-       t.vlanPollInterval}}.dump();
+  SimIt::writeTopologyFile(topologyPath, t);
   expect = std::make_unique<Sim::SimChip>(t);
   dir = "/tmp/vorn-snmp-" + ns;
   std::filesystem::create_directories(dir + "/state");
