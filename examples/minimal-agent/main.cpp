@@ -12,6 +12,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 #include "brim/SharedObject.h"
@@ -96,15 +97,19 @@ class MiniVlanHelper : public VornHelper::VornVlanCountersHelper {
     uint64_t now = countAt(300);
     current->counterIs(0, now);
     // The component adds current minus previous: hand back what the last poll saw.
-    previous->counterIs(0, last_ ? last_ : now);
+    previous->counterIs(0, last_.value_or(now));
     last_ = now;
   }
-  // Called on every configuration event of a VLAN, so enabling twice is harmless.
-  bool vlanCountersEnable(Bridging::VlanId) override { return true; }
+  // Called on every configuration event of a VLAN, so it must be idempotent:
+  // a VLAN already counting keeps its last reading.
+  bool vlanCountersEnable(Bridging::VlanId) override {
+    if (!last_) last_ = countAt(300);
+    return true;
+  }
 
  private:
   MiniVlanHelper() = default;
-  uint64_t last_ = 0;
+  std::optional<uint64_t> last_;
 };
 
 }  // namespace
