@@ -20,8 +20,9 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The package's own libraries resolve inside the package (the programs' RUNPATH
-# names them); this tells dpkg-shlibdeps where they are while it looks.
+# The package's own libraries resolve inside the package through the programs'
+# RUNPATH; a shlibs file lets packages built against these libraries depend on
+# this version or later.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 

@@ -34,6 +34,7 @@ cleanup() {
   [ -n "$agent" ] && kill "$agent" 2>/dev/null && wait "$agent" 2>/dev/null
   if ((installed)); then
     apt-get remove -y -q vorn-counters >/dev/null 2>&1 || true
+    dpkg --purge vorn-counters >/dev/null 2>&1 || true
   fi
   rm -f /dev/shm/"$ns".* /dev/shm/pkgex"$$".* "/tmp/vorn-$ns.sock" 2>/dev/null || true
 }
@@ -127,6 +128,8 @@ cat "$build/vorn-sim.log"
 
 step "remove the package and the namespace's tables"
 apt-get remove -y -q vorn-counters || fail "apt-get remove"
+# remove leaves the package known to dpkg as "removed, configuration kept".
+dpkg --purge vorn-counters >/dev/null || fail "dpkg --purge"
 installed=0
 [ ! -e /usr/bin/vorn-sim ] || fail "/usr/bin/vorn-sim is still there after removal"
 rm -f /dev/shm/"$ns".* "$sock"
