@@ -60,8 +60,10 @@ install(TARGETS ${vorn_installed_libs}
 # package's own library directory, so a staged or relocated install finds it
 # as well as one under /usr.
 file(RELATIVE_PATH vorn_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set(VORN_INSTALLED_PROGRAMS "")
 foreach(prog vorn-agent vorn-sim vornctl nimlog-decode vorn-exporter vorn-snmp-subagent)
   if(TARGET ${prog})
+    list(APPEND VORN_INSTALLED_PROGRAMS ${prog})
     set_target_properties(${prog} PROPERTIES INSTALL_RPATH "$ORIGIN/${vorn_bin_to_lib}")
     install(TARGETS ${prog} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()

@@ -7,11 +7,20 @@ set(CPACK_PACKAGE_VENDOR "vorn-counters developers")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
     "Counters component of a switch forwarding agent, its agent and reader")
+set(vorn_platforms "")
+if(VORN_BUILD_SIM)
+  list(APPEND vorn_platforms "simulated")
+endif()
+if(TARGET vorn_platform_linux)
+  list(APPEND vorn_platforms "Linux")
+endif()
+list(JOIN vorn_platforms ", " vorn_platforms_text)
+list(JOIN VORN_INSTALLED_PROGRAMS ", " vorn_programs_text)
 set(CPACK_PACKAGE_DESCRIPTION
     "The counters component library (libvorncounters) with the platform libraries it
-needs, the agent host on the simulated platform (vorn-sim, vorn-agent), the
-reader (vornctl), the trace decoder, the public headers, a CMake package and a
-pkg-config file for agents built against it.")
+needs; the programs ${vorn_programs_text} (agent platforms: ${vorn_platforms_text});
+the public headers, a CMake package (find_package(VornCounters)) and a
+pkg-config file (vorn-counters) for agents built against it.")
 set(CPACK_PACKAGE_CONTACT "vorn-counters developers <vorn-counters@localhost>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_GENERATOR DEB)
