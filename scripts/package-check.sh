@@ -72,6 +72,15 @@ for lib in "$prefix/$libdir"/libvorn*.so.*.*.*; do
   [[ "$soname" =~ \.so\.[0-9]+$ ]] || fail "$lib has no versioned SONAME ($soname)"
 done
 
+step "each public root header compiles on its own from the stage"
+grep -v '^\s*#' cmake/public-header-roots.txt | grep -v '^\s*$' |
+  sed -E 's#^(platform|model)/##' |
+  xargs -P "$jobs" -I{} sh -c 'echo "#include \"{}\"" | g++ -std=c++20 -fsyntax-only -Wall \
+    -Wextra -Werror -I"$1/include/vorn-counters" -x c++ - || { echo "not self-contained: {}";
+    exit 255; }' _ "$prefix" ||
+  fail "a public header does not compile on its own"
+echo "ok"
+
 step "out-of-tree consumer against the stage (CMake package)"
 rm -rf "$build/minimal-agent"
 cmake -S examples/minimal-agent -B "$build/minimal-agent" -G Ninja -DCMAKE_BUILD_TYPE=Release \
