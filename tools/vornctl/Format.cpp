@@ -32,7 +32,10 @@ std::string groupThousands(double value, int decimals) {
   std::string frac = dot == std::string::npos ? "" : text.substr(dot);
   // A value that rounds to zero keeps no sign ("-0.0" would read as a fault).
   bool negative = std::signbit(value) && text.find_first_not_of("0.") != std::string::npos;
-  return (negative ? "-" : "") + groupDigits(whole) + frac;
+  std::string out = negative ? "-" : "";
+  out += groupDigits(whole);
+  out += frac;
+  return out;
 }
 
 std::string ageText(double seconds) {
