@@ -12,7 +12,7 @@ namespace Ctl {
 std::string groupThousands(uint64_t value);
 
 // A rate or other non-negative amount with `decimals` places and a grouped
-// integer part: 1234567.25 -> "1,234,567.3" for one place. Negative values keep
+// integer part: 1234567.26 -> "1,234,567.3" for one place. Negative values keep
 // their sign; NaN and infinities are shown as they are.
 std::string groupThousands(double value, int decimals);
 
