@@ -9,6 +9,7 @@
 #include "readers/PublishedTables.h"
 #include "readers/TableAccess.h"
 #include "tables/CounterTables.h"
+#include "tools/vornctl/Format.h"
 
 namespace Ctl {
 
@@ -19,8 +20,10 @@ using Json = nlohmann::json;
 using Readers::openTable;
 using Readers::readAll;
 
-std::string num(uint64_t v) { return std::to_string(v); }
-std::string rate(double v) { return fmt::format("{:.1f}", v); }
+// Tables group digits and show dates with ages; the JSON keeps raw numbers.
+std::string num(uint64_t v) { return groupThousands(v); }
+std::string rate(double v) { return groupThousands(v, 1); }
+std::string when(double t) { return timeText(t, wallClockNow()); }
 
 Orvo::IntfId filterIntf(const std::string& filter) {
   try {
@@ -130,7 +133,7 @@ View ethView(const std::string& ns, const std::string& what, const std::string& 
       const auto& rt = r.rates();
       v.rows.push_back({port, rate(rt.inBitsRate() / 1e6), rate(rt.inPktsRate() / 1e3),
                         rate(rt.outBitsRate() / 1e6), rate(rt.outPktsRate() / 1e3),
-                        fmt::format("{:.1f}", rt.lastUpdateTime())});
+                        when(rt.lastUpdateTime())});
       j["inBitsRate"] = rt.inBitsRate();
       j["inPktsRate"] = rt.inPktsRate();
       j["outBitsRate"] = rt.outBitsRate();
@@ -255,7 +258,7 @@ View vlanView(const std::string& ns, const std::string& filter) {
       row.push_back(num(d));
       j[VlanCounter::counterName(i)] = d;
     }
-    row.push_back(fmt::format("{:.1f}", snap.timestamp()));
+    row.push_back(when(snap.timestamp()));
     j["clearedAt"] = snap.timestamp();
     v.rows.push_back(row);
     v.json.push_back(j);
