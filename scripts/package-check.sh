@@ -44,11 +44,7 @@ launcher=()
 if command -v ccache >/dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache); fi
 
 step "configure (release, no tests, no benchmarks) in $build"
-# GCC 12 at -O3 reports overlapping copies inside std::string concatenation that
-# cannot happen (a known false positive of -Wrestrict); it stays a warning here
-# so that the release build does not depend on the optimiser's guesswork.
 cmake -S "$src" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
-  -DCMAKE_CXX_FLAGS=-Wno-error=restrict \
   -DVORN_BUILD_TESTS=OFF -DVORN_BUILD_BENCH=OFF "${launcher[@]}" >"$build/configure.log" ||
   { cat "$build/configure.log"; fail "configure"; }
 

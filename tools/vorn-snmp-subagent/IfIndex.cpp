@@ -31,22 +31,35 @@ std::optional<uint32_t> ifIndexOf(Orvo::IntfId id) {
 }
 
 std::optional<Orvo::IntfId> intfIdOf(uint32_t ifIndex) {
+  // Built by appending: gcc 12 at -O3 warns falsely (-Wrestrict) on
+  // "literal" + std::to_string(...).
   std::string name;
+  auto numbered = [&name](const char* kind, uint32_t n) {
+    name = kind;
+    name.append(std::to_string(n));
+  };
   if (ifIndex >= kFabricIfIndexBase && ifIndex < kFabricIfIndexBase + kSpan) {
-    name = "Fabric" + std::to_string(ifIndex - kFabricIfIndexBase);
+    numbered("Fabric", ifIndex - kFabricIfIndexBase);
   } else if (ifIndex >= kCpuIfIndexBase && ifIndex < kCpuIfIndexBase + kSpan) {
     uint32_t n = ifIndex - kCpuIfIndexBase;
-    name = n == 0 ? "Cpu" : "Cpu" + std::to_string(n);
+    if (n == 0) {
+      name = "Cpu";
+    } else {
+      numbered("Cpu", n);
+    }
   } else if (ifIndex >= kVlanIfIndexBase && ifIndex < kVlanIfIndexBase + kSpan) {
-    name = "Vlan" + std::to_string(ifIndex - kVlanIfIndexBase);
+    numbered("Vlan", ifIndex - kVlanIfIndexBase);
   } else if (ifIndex < kVlanIfIndexBase) {
     uint32_t a = ifIndex / kEthernetFirstScale;
     uint32_t b = ifIndex / kEthernetSecondScale % 100;
     uint32_t c = ifIndex % 100;
     if (a == 0 || (b == 0 && c != 0)) return std::nullopt;
-    name = "Ethernet" + std::to_string(a);
-    if (b != 0) name += "/" + std::to_string(b);
-    if (c != 0) name += "/" + std::to_string(c);
+    numbered("Ethernet", a);
+    for (uint32_t sub : {b, c}) {
+      if (sub == 0) continue;
+      name.push_back('/');
+      name.append(std::to_string(sub));
+    }
   } else {
     return std::nullopt;
   }
