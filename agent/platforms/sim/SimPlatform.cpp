@@ -11,8 +11,11 @@ namespace Sim {
 SimPlatform::SimPlatform(const Topology& topology) : topology_(topology), chip_(topology) {}
 
 uint32_t SimPlatform::intfCapacity() const {
-  return std::max<uint32_t>(Brim::kDefaultIntfCapacity,
-                            topology_.ethPorts + topology_.fabricPorts + 64);
+  // Every interface the tables can hold comes from the chip; a table holds at
+  // least twice as many slots, all formatted (and so resident) at creation, so
+  // the tables are sized to the chip with room to spare, not to a fixed maximum.
+  // A table that already exists keeps the capacity it was created with.
+  return topology_.ethPorts + topology_.fabricPorts + topology_.vlanIntfs + 64;
 }
 
 void SimPlatform::populate(Agent::AgentState& state) {
