@@ -298,3 +298,96 @@ TEST_F(IndependentReader, ReportsADamagedSlotOrHeaderAndNeverPrintsIt) {
 }
 
 }  // namespace
+
+namespace {
+
+// A table the writer has churned: keys that share a home slot, a tombstone left
+// between them, baselines for some ports (one with an absent optional counter).
+TEST(IndependentReaderOnWriterTable, FollowsProbesPastTombstonesAndSubtractsBaselines) {
+  const std::string ns = "tw" + std::to_string(::getpid());
+  TableTest::removeNamespace(ns);
+  // Declared before the writers, so it removes the tables after they have closed.
+  struct Cleanup {
+    std::string ns;
+    ~Cleanup() { TableTest::removeNamespace(ns); }
+  } cleanup{ns};
+  auto totals = Brim::TableWriter<Port>::open(ns, TableNames::kAllIntfCounters, 8);
+  auto clears = Brim::TableWriter<Port>::open(ns, TableNames::kAllIntfClearCounters, 8);
+  const uint32_t mask = totals->capacity() * 2 - 1;
+  // Two ports with one home slot: the second sits behind the first.
+  std::map<uint32_t, std::string> byHome;
+  std::string first, second;
+  for (int n = 1; second.empty(); ++n) {
+    const std::string name = "Ethernet" + std::to_string(n);
+    const uint32_t home = Brim::Layout::homeSlot(Orvo::IntfId(name).value(), mask);
+    if (byHome.count(home)) {
+      first = byHome[home];
+      second = name;
+    }
+    byHome.emplace(home, name);
+  }
+  auto record = [](const std::string& name, uint64_t seed, bool mcastPresent) {
+    Port r{Orvo::IntfId(name)};
+    Interface::IntfStatistics s;
+    s.inOctetsIs(seed * 1000 + 1);
+    s.inUcastPktsIs(seed * 1000 + 2);
+    s.inDiscardsIs(seed * 1000 + 3);
+    s.outOctetsIs(seed * 1000 + 4);
+    s.outMulticastPktsIs(mcastPresent ? Pell::MaybeU63(seed * 1000 + 5) : Pell::MaybeU63());
+    s.outErrorsIs(seed * 1000 + 6);
+    s.statsUpdateTimeIs(1.7e9 + static_cast<double>(seed) / 8);
+    r.statisticsIs(s);
+    Interface::EthStatistics e;
+    e.fcsErrorsIs(seed * 1000 + 7);
+    r.ethStatisticsIs(e);
+    return r;
+  };
+  const std::vector<std::string> kept{first, second, "Ethernet40/1", "Ethernet40/2/3",
+                                      "Cpu", "Vlan7"};
+  for (size_t i = 0; i < kept.size(); ++i) totals->put(record(kept[i], i + 10, true));
+  totals->put(record("Fabric3", 99, true));
+  totals->erase(Orvo::IntfId(first));  // a tombstone in front of `second`
+  totals->erase(Orvo::IntfId("Fabric3"));
+  clears->put(record(second, 3, true));
+  clears->put(record("Ethernet40/1", 2, false));
+
+  const Outcome o = run("python3", {TableTest::pythonReaderPath(), "-n", ns});
+  ASSERT_TRUE(o.exitedWith(0)) << o.err;
+  const Json py = Json::parse(o.out);
+  TableTest::RawBytes raw(ns + "." + TableNames::kAllIntfCounters);
+  size_t tombstones = 0;
+  for (uint32_t i = 0; i <= mask; ++i) {
+    const size_t slotSize = raw.word(80) >> 32;  // the 32-bit field after the record size
+    const size_t at = Brim::Layout::kHeaderSize + i * slotSize;
+    tombstones += raw.word(at + 8 * Brim::Layout::kStateWord) == Brim::Layout::kTomb;
+  }
+  EXPECT_GE(tombstones, 1u);
+
+  std::map<Orvo::IntfId, Port> rows;
+  Brim::TableReader<Port>::open(ns, TableNames::kAllIntfCounters)->forEach([&](const Port& r) {
+    rows.emplace(r.key(), r);
+  });
+  ASSERT_EQ(py.size(), rows.size());
+  ASSERT_EQ(rows.size(), kept.size() - 1);
+  auto row = rows.begin();
+  for (size_t i = 0; i < py.size(); ++i, ++row) {
+    const Json& p = py[i];
+    SCOPED_TRACE(row->first.stringValue());
+    EXPECT_EQ(p["interface"], row->first.stringValue());
+    const auto base = clears->find(row->first).value_or(Port(row->first));
+    const auto s = row->second.statistics() - base.statistics();
+    EXPECT_EQ(p["inOctets"], s.inOctets());
+    EXPECT_EQ(p["inUcastPkts"], s.inUcastPkts());
+    EXPECT_EQ(p["inDiscards"], s.inDiscards());
+    EXPECT_EQ(p["outOctets"], s.outOctets());
+    EXPECT_EQ(p["outErrors"], s.outErrors());
+    EXPECT_EQ(p["outMulticastPktsPresent"], s.outMulticastPkts().hasValue());
+    EXPECT_EQ(p["outMulticastPkts"],
+              s.outMulticastPkts().hasValue() ? s.outMulticastPkts().value() : 0);
+    EXPECT_EQ(p["fcsErrors"],
+              row->second.ethStatistics().fcsErrors() - base.ethStatistics().fcsErrors());
+    EXPECT_EQ(p["updated"], row->second.statistics().statsUpdateTime());
+  }
+}
+
+}  // namespace
