@@ -26,8 +26,21 @@ TableHeader readFixedHeader(const unsigned char* base) {
 namespace {
 
 std::string typeNameOf(const TableHeader& fixed) {
-  // A damaged header need not hold a terminating NUL.
-  return std::string(fixed.typeName, strnlen(fixed.typeName, sizeof fixed.typeName));
+  // A damaged header need not hold a terminating NUL, and its bytes end up in a
+  // one-line report: anything but printable ASCII is shown as \xNN.
+  static constexpr char kHex[] = "0123456789abcdef";
+  std::string out;
+  for (size_t i = 0; i < strnlen(fixed.typeName, sizeof fixed.typeName); ++i) {
+    const auto c = static_cast<unsigned char>(fixed.typeName[i]);
+    if (c >= 0x20 && c < 0x7f && c != '\\') {
+      out.push_back(static_cast<char>(c));
+    } else {
+      out += "\\x";
+      out.push_back(kHex[c >> 4]);
+      out.push_back(kHex[c & 15]);
+    }
+  }
+  return out;
 }
 
 std::string geometryFinding(const TableHeader& fixed, uint64_t objectSize) {
