@@ -21,12 +21,20 @@ using VlanFactory = decltype(&vlanCountersSmFactory);
 
 // Finds the exported factories in the component library, as an agent does
 // after loading it.
+// The library is opened by its SONAME: an already loaded copy is found by that
+// name without a path search (a search from inside a sanitizer's dlopen
+// interceptor would not see the program's RUNPATH).
+#ifndef VORN_COUNTERS_LIBRARY
+#define VORN_COUNTERS_LIBRARY "libvorncounters.so"
+#endif
 template <class F>
 F factory(const char* name) {
-  void* lib = dlopen("libvorncounters.so", RTLD_NOW | RTLD_GLOBAL);
-  if (!lib) throw std::runtime_error(std::string("cannot load libvorncounters.so: ") + dlerror());
+  void* lib = dlopen(VORN_COUNTERS_LIBRARY, RTLD_NOW | RTLD_GLOBAL);
+  if (!lib) {
+    throw std::runtime_error(std::string("cannot load " VORN_COUNTERS_LIBRARY ": ") + dlerror());
+  }
   void* sym = dlsym(lib, name);
-  if (!sym) throw std::runtime_error(std::string("libvorncounters.so lacks ") + name);
+  if (!sym) throw std::runtime_error(std::string(VORN_COUNTERS_LIBRARY " lacks ") + name);
   return reinterpret_cast<F>(sym);
 }
 
