@@ -1,11 +1,14 @@
 #include "agent/CommandSocket.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
@@ -17,6 +20,20 @@ namespace Agent {
 
 namespace {
 constexpr size_t kMaxLine = 4096;
+// Descriptors clients may never take: the agent's own work (a platform's
+// netlink socket, a table opened on restart, a sanitizer's probe pipe) must
+// still find some when the socket is full of clients.
+constexpr rlim_t kReservedDescriptors = 8;
+
+// The lowest descriptor number a client may not hold. Descriptors are handed
+// out lowest first, so a client given one at or above it means at most the
+// reserve is left free.
+int clientDescriptorCeiling() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return INT32_MAX;
+  rlim_t reserve = std::min(kReservedDescriptors, limit.rlim_cur / 4);
+  return static_cast<int>(std::min<rlim_t>(limit.rlim_cur - reserve, INT32_MAX));
+}
 
 void writeAll(int fd, const std::string& data) {
   size_t off = 0;
@@ -74,6 +91,13 @@ void CommandSocket::accept() {
     if (errno == EMFILE || errno == ENFILE) outOfDescriptors();
     return;
   }
+  if (fd >= clientDescriptorCeiling()) {
+    // Taking this client would leave the agent only its reserve; each queued
+    // client is taken off the queue this way, so the socket does not stay ready.
+    startExhaustedSpell();
+    refuse(fd);
+    return;
+  }
   if (exhausted_) {
     exhausted_ = false;
     std::fprintf(stderr, "control socket %s: accepting connections again (%zu clients)\n",
@@ -84,25 +108,30 @@ void CommandSocket::accept() {
   Zat::activityManager()->fdIs(fd, [this, fd] { readable(fd); });
 }
 
+void CommandSocket::startExhaustedSpell() {
+  if (exhausted_) return;
+  exhausted_ = true;
+  std::fprintf(stderr,
+               "control socket %s: out of file descriptors with %zu clients connected; "
+               "refusing new connections until some close\n",
+               path_.c_str(), pending_.size());
+}
+
+void CommandSocket::refuse(int fd) {
+  ++refused_;
+  writeAll(fd, "error: the agent is out of file descriptors; try again later\n");
+  ::close(fd);
+}
+
 void CommandSocket::outOfDescriptors() {
-  if (!exhausted_) {
-    exhausted_ = true;
-    std::fprintf(stderr,
-                 "control socket %s: out of file descriptors with %zu clients connected; "
-                 "refusing new connections until some close\n",
-                 path_.c_str(), pending_.size());
-  }
+  startExhaustedSpell();
   if (spareFd_ >= 0) {
     // Give the spare up for a moment to take the waiting client off the queue,
     // so the listening socket stops being readable.
     ::close(spareFd_);
     spareFd_ = -1;
     int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd >= 0) {
-      ++refused_;
-      writeAll(fd, "error: the agent is out of file descriptors; try again later\n");
-      ::close(fd);
-    }
+    if (fd >= 0) refuse(fd);
     spareFd_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     if (fd >= 0 && spareFd_ >= 0) return;
   }

@@ -4,8 +4,12 @@
 // client connection are watched file descriptors. Replies are written whole;
 // a client that sends garbage gets an error line, never a crash.
 //
-// Out of file descriptors, a listening socket stays readable while every
-// accept fails, which would spin the loop. The socket keeps one spare
+// Clients never take the agent's last few descriptors: a client that would is
+// told the agent is out of descriptors and closed, so the agent's own work
+// still finds descriptors while the socket is full.
+//
+// Out of file descriptors altogether, a listening socket stays readable while
+// every accept fails, which would spin the loop. The socket keeps one spare
 // descriptor: it is given up to accept the waiting client, who is told why and
 // closed, and taken back at once. If even that fails, accepting pauses for a
 // second. One log line marks the start and the end of such a spell.
@@ -46,6 +50,9 @@ class CommandSocket {
 
   void accept();
   void outOfDescriptors();
+  void startExhaustedSpell();
+  // Tells a client the agent is out of descriptors and closes it.
+  void refuse(int fd);
   void watchListener();
   void readable(int fd);
   void closeClient(int fd);
