@@ -298,14 +298,8 @@ void WriterCore::writeSlot(uint32_t slot, uint64_t key, uint64_t state, uint64_t
   Layout::storeWord(w[Layout::kKeyWord], key);
   Layout::storeWord(w[Layout::kStateWord], state);
   Layout::storeWord(w[Layout::kChecksumWord], checksum);
-  if (record != nullptr) {
-    uint64_t* words = w + Layout::kSlotHeaderWords;
-    for (uint32_t i = 0; i < recordWords_; ++i) {
-      uint64_t value;
-      std::memcpy(&value, record + 8 * i, 8);
-      Layout::storeWord(words[i], value);
-    }
-  }
+  if (record != nullptr)
+    Layout::storeRecordWords(w + Layout::kSlotHeaderWords, record, recordWords_);
   Layout::storeWord(w[Layout::kSeqWord], seq + 2, std::memory_order_release);
 }
 

@@ -1,8 +1,9 @@
 #include "tools/vornctl/Views.h"
 
-#include <fmt/core.h>
+#include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 
 #include "brim/Brim.h"
@@ -23,7 +24,7 @@ using Readers::readAll;
 // Tables group digits and show dates with ages; the JSON keeps raw numbers.
 std::string num(uint64_t v) { return groupThousands(v); }
 std::string rate(double v) { return groupThousands(v, 1); }
-std::string when(double t) { return timeText(t, wallClockNow()); }
+std::string when(double t, double now) { return timeText(t, now); }
 
 Orvo::IntfId filterIntf(const std::string& filter) {
   try {
@@ -78,13 +79,15 @@ std::string resolveFilter(const std::string& ns, const std::string& filter) {
 }
 
 void requireFound(const std::string& filter, const View& v, const std::string& kind) {
-  if (!filter.empty() && v.rows.empty()) throw ViewError("no " + kind + " " + filter);
+  if (!filter.empty() && v.empty()) throw ViewError("no " + kind + " " + filter);
 }
 
-View ethView(const std::string& ns, const std::string& what, const std::string& filter) {
+View ethView(const std::string& ns, const std::string& what, const std::string& filter,
+             Output output) {
   auto totals = openTable<Interface::EthIntfCounterBrim>(ns, TableNames::kAllIntfCounters);
   auto clears = openTable<Interface::EthIntfCounterBrim>(ns, TableNames::kAllIntfClearCounters);
-  View v;
+  View v(output);
+  const double now = wallClockNow();
   if (what == "interfaces") {
     v.header = {"Port",      "InOctets",     "InUcastPkts",  "InMcastPkts", "InBcastPkts",
                 "OutOctets", "OutUcastPkts", "OutMcastPkts", "OutBcastPkts"};
@@ -95,7 +98,8 @@ View ethView(const std::string& ns, const std::string& what, const std::string& 
   }
   Readers::Baselines<Interface::EthIntfCounterBrim> baselines(clears.get(),
                                                               TableNames::kAllIntfClearCounters);
-  auto names = namesOf(ns);
+  // Kernel names appear in the JSON only.
+  const auto names = v.wantsJson ? namesOf(ns) : decltype(namesOf(ns)){};
   for (const auto& r : readAll(*totals, TableNames::kAllIntfCounters)) {
     if (!keep(filter, r.intfId())) continue;
     const auto& base = baselines.of(r.intfId());
@@ -103,12 +107,27 @@ View ethView(const std::string& ns, const std::string& what, const std::string& 
     auto s = r.statistics() - base.statistics();
     auto e = r.ethStatistics() - base.ethStatistics();
     std::string port = r.intfId().stringValue();
+    if (!v.wantsJson) {
+      if (what == "interfaces") {
+        uint64_t outMcast = s.outMulticastPkts().hasValue() ? s.outMulticastPkts().value() : 0;
+        v.rows.push_back({port, num(s.inOctets()), num(s.inUcastPkts()), num(s.inMulticastPkts()),
+                          num(s.inBroadcastPkts()), num(s.outOctets()), num(s.outUcastPkts()),
+                          num(outMcast), num(s.outBroadcastPkts())});
+      } else if (what == "errors") {
+        v.rows.push_back({port, num(e.fcsErrors()), num(e.alignmentErrors()), num(e.symbolErrors()),
+                          num(s.inErrors()), num(e.lateCollisions()), num(e.excessiveCollisions()),
+                          num(s.outErrors())});
+      } else {
+        const auto& rt = r.rates();
+        v.rows.push_back({port, rate(rt.inBitsRate() / 1e6), rate(rt.inPktsRate() / 1e3),
+                          rate(rt.outBitsRate() / 1e6), rate(rt.outPktsRate() / 1e3),
+                          when(rt.lastUpdateTime(), now)});
+      }
+      continue;
+    }
     Json j{{"interface", port}, {"kernelName", kernelNameOf(names, r.intfId())}};
     if (what == "interfaces") {
       uint64_t outMcast = s.outMulticastPkts().hasValue() ? s.outMulticastPkts().value() : 0;
-      v.rows.push_back({port, num(s.inOctets()), num(s.inUcastPkts()), num(s.inMulticastPkts()),
-                        num(s.inBroadcastPkts()), num(s.outOctets()), num(s.outUcastPkts()),
-                        num(outMcast), num(s.outBroadcastPkts())});
       j["inOctets"] = s.inOctets();
       j["inUcastPkts"] = s.inUcastPkts();
       j["inMulticastPkts"] = s.inMulticastPkts();
@@ -119,9 +138,6 @@ View ethView(const std::string& ns, const std::string& what, const std::string& 
       j["outBroadcastPkts"] = s.outBroadcastPkts();
       j["updated"] = r.statistics().statsUpdateTime();
     } else if (what == "errors") {
-      v.rows.push_back({port, num(e.fcsErrors()), num(e.alignmentErrors()), num(e.symbolErrors()),
-                        num(s.inErrors()), num(e.lateCollisions()), num(e.excessiveCollisions()),
-                        num(s.outErrors())});
       j["fcsErrors"] = e.fcsErrors();
       j["alignmentErrors"] = e.alignmentErrors();
       j["symbolErrors"] = e.symbolErrors();
@@ -131,9 +147,6 @@ View ethView(const std::string& ns, const std::string& what, const std::string& 
       j["outErrors"] = s.outErrors();
     } else {
       const auto& rt = r.rates();
-      v.rows.push_back({port, rate(rt.inBitsRate() / 1e6), rate(rt.inPktsRate() / 1e3),
-                        rate(rt.outBitsRate() / 1e6), rate(rt.outPktsRate() / 1e3),
-                        when(rt.lastUpdateTime())});
       j["inBitsRate"] = rt.inBitsRate();
       j["inPktsRate"] = rt.inPktsRate();
       j["outBitsRate"] = rt.outBitsRate();
@@ -146,7 +159,7 @@ View ethView(const std::string& ns, const std::string& what, const std::string& 
   return v;
 }
 
-View queueView(const std::string& ns, const std::string& filter) {
+View queueView(const std::string& ns, const std::string& filter, Output output) {
   using Interface::QueueCounter::IntfQueueCounter;
   using Interface::QueueCounter::QueueIndex;
   auto totals = openTable<IntfQueueCounter>(ns, TableNames::kAllIntfQueueCounters);
@@ -157,7 +170,7 @@ View queueView(const std::string& ns, const std::string& filter) {
   } catch (const Readers::ReadError&) {
     // A damaged baseline table reads as no clear yet; the totals are still shown.
   }
-  View v;
+  View v(output);
   v.header = {"Port", "Queue", "TxOctets", "TxPkts", "DropOctets", "DropPkts", "TxMbps"};
   Readers::Baselines<IntfQueueCounter> baselines(clears.get(),
                                                  TableNames::kAllIntfClearQueueCounters);
@@ -173,10 +186,13 @@ View queueView(const std::string& ns, const std::string& filter) {
         auto b = q < base.intfQueueStatArray().size() ? base.intfQueueStat(qi)
                                                       : Interface::QueueCounter::IntfQueueStat();
         auto rt = r.intfQueueRates(qi);
-        v.rows.push_back({r.intfId().stringValue(), std::to_string(q),
-                          num(s.txOctets() - b.txOctets()), num(s.txPkts() - b.txPkts()),
-                          num(s.dropOctets() - b.dropOctets()), num(s.dropPkts() - b.dropPkts()),
-                          rate(rt.txBitsRate() / 1e6)});
+        if (!v.wantsJson) {
+          v.rows.push_back({r.intfId().stringValue(), std::to_string(q),
+                            num(s.txOctets() - b.txOctets()), num(s.txPkts() - b.txPkts()),
+                            num(s.dropOctets() - b.dropOctets()), num(s.dropPkts() - b.dropPkts()),
+                            rate(rt.txBitsRate() / 1e6)});
+          continue;
+        }
         queues.push_back({{"queue", q},
                           {"txOctets", s.txOctets() - b.txOctets()},
                           {"txPkts", s.txPkts() - b.txPkts()},
@@ -187,36 +203,44 @@ View queueView(const std::string& ns, const std::string& filter) {
     } catch (const std::exception& e) {
       throw ViewError("queue record of " + r.intfId().stringValue() + " is damaged: " + e.what());
     }
-    v.json.push_back({{"interface", r.intfId().stringValue()}, {"queues", queues}});
+    if (v.wantsJson) {
+      v.json.push_back({{"interface", r.intfId().stringValue()}, {"queues", queues}});
+    }
   }
   requireFound(filter, v, "interface");
   return v;
 }
 
-View aclView(const std::string& ns, const std::string& filter) {
+View aclView(const std::string& ns, const std::string& filter, Output output) {
   auto table = openTable<Brim::Interface::DropCounter>(ns, TableNames::kIntfAclDropCountersDir);
-  View v;
+  View v(output);
   v.header = {"Port", "AclDrops"};
   for (const auto& r : readAll(*table, TableNames::kIntfAclDropCountersDir)) {
     if (!keep(filter, r.intfId())) continue;
-    v.rows.push_back({r.intfId().stringValue(), num(r.dropCount())});
+    if (!v.wantsJson) {
+      v.rows.push_back({r.intfId().stringValue(), num(r.dropCount())});
+      continue;
+    }
     v.json.push_back({{"interface", r.intfId().stringValue()}, {"aclDrops", r.dropCount()}});
   }
   requireFound(filter, v, "interface");
   return v;
 }
 
-View vlanIntfView(const std::string& ns, const std::string& filter) {
+View vlanIntfView(const std::string& ns, const std::string& filter, Output output) {
   auto table = openTable<Interface::VlanIntfCounterBrim>(ns, TableNames::kAllVlanIntfCounters);
-  View v;
+  View v(output);
   v.header = {"Interface",    "InOctets",     "InUcastPkts",  "OutOctets",
               "OutUcastPkts", "RoutedInPkts", "RoutedOutPkts"};
   for (const auto& r : readAll(*table, TableNames::kAllVlanIntfCounters)) {
     if (!keep(filter, r.intfId())) continue;
     const auto& s = r.statistics();
-    v.rows.push_back({r.intfId().stringValue(), num(s.inOctets()), num(s.inUcastPkts()),
-                      num(s.outOctets()), num(s.outUcastPkts()), num(r.routedInPkts()),
-                      num(r.routedOutPkts())});
+    if (!v.wantsJson) {
+      v.rows.push_back({r.intfId().stringValue(), num(s.inOctets()), num(s.inUcastPkts()),
+                        num(s.outOctets()), num(s.outUcastPkts()), num(r.routedInPkts()),
+                        num(r.routedOutPkts())});
+      continue;
+    }
     v.json.push_back({{"interface", r.intfId().stringValue()},
                       {"inOctets", s.inOctets()},
                       {"inUcastPkts", s.inUcastPkts()},
@@ -229,7 +253,7 @@ View vlanIntfView(const std::string& ns, const std::string& filter) {
   return v;
 }
 
-View vlanView(const std::string& ns, const std::string& filter) {
+View vlanView(const std::string& ns, const std::string& filter, Output output) {
   using Brim::Bridging::VlanCounter;
   auto totals = openTable<VlanCounter>(ns, TableNames::kVlanCounterDir);
   auto snaps = openTable<VlanCounter>(ns, TableNames::kVlanCounterSnapshotDir);
@@ -241,7 +265,8 @@ View vlanView(const std::string& ns, const std::string& filter) {
     }
     only = std::stoi(filter);
   }
-  View v;
+  View v(output);
+  const double now = wallClockNow();
   v.header = {"Vlan"};
   for (size_t i = 0; i < VlanCounter::kCounterCount; ++i)
     v.header.push_back(VlanCounter::counterName(i));
@@ -250,34 +275,42 @@ View vlanView(const std::string& ns, const std::string& filter) {
   for (const auto& r : readAll(*totals, TableNames::kVlanCounterDir)) {
     if (only >= 0 && r.vlanId() != only) continue;
     const auto& snap = snapshots.of(r.vlanId());
-    std::vector<std::string> row{std::to_string(r.vlanId())};
+    // Counters since the last clear: totals minus the snapshot.
+    if (!v.wantsJson) {
+      std::vector<std::string>& row = v.rows.emplace_back();
+      row.reserve(VlanCounter::kCounterCount + 2);
+      row.push_back(std::to_string(r.vlanId()));
+      for (size_t i = 0; i < VlanCounter::kCounterCount; ++i) {
+        row.push_back(num(r.counter(i) - snap.counter(i)));
+      }
+      row.push_back(when(snap.timestamp(), now));
+      continue;
+    }
     Json j{{"vlan", r.vlanId()}};
     for (size_t i = 0; i < VlanCounter::kCounterCount; ++i) {
-      // Counters since the last clear: totals minus the snapshot.
-      uint64_t d = r.counter(i) - snap.counter(i);
-      row.push_back(num(d));
-      j[VlanCounter::counterName(i)] = d;
+      j[VlanCounter::counterName(i)] = r.counter(i) - snap.counter(i);
     }
-    row.push_back(when(snap.timestamp()));
     j["clearedAt"] = snap.timestamp();
-    v.rows.push_back(row);
-    v.json.push_back(j);
+    v.json.push_back(std::move(j));
   }
   requireFound(filter, v, "VLAN");
   return v;
 }
 
-View namesView(const std::string& ns, const std::string& filter) {
+View namesView(const std::string& ns, const std::string& filter, Output output) {
   auto table = openTable<Published::IntfNameRecord>(ns, Published::kIntfNamesTable);
-  View v;
+  View v(output);
   v.header = {"Port", "Name", "Oper", "Speed", "Present", "IfIndex"};
   for (const auto& r : readAll(*table, Published::kIntfNamesTable)) {
     if (!keep(filter, r.intfId)) continue;
     std::string speed = r.speedBps == 0                   ? "-"
                         : r.speedBps % 1000000000ull == 0 ? num(r.speedBps / 1000000000ull) + "G"
                                                           : num(r.speedBps / 1000000ull) + "M";
-    v.rows.push_back({r.intfId.stringValue(), r.kernelNameText(), r.operUp ? "up" : "down", speed,
-                      r.present ? "yes" : "no", r.ifIndex ? num(r.ifIndex) : "-"});
+    if (!v.wantsJson) {
+      v.rows.push_back({r.intfId.stringValue(), r.kernelNameText(), r.operUp ? "up" : "down", speed,
+                        r.present ? "yes" : "no", r.ifIndex ? num(r.ifIndex) : "-"});
+      continue;
+    }
     v.json.push_back({{"interface", r.intfId.stringValue()},
                       {"kernelName", r.kernelNameText()},
                       {"operUp", r.operUp != 0},
@@ -290,14 +323,17 @@ View namesView(const std::string& ns, const std::string& filter) {
   return v;
 }
 
-View cpuView(const std::string& ns) {
+View cpuView(const std::string& ns, Output output) {
   auto table = openTable<Published::CpuPortCounter>(ns, Published::kCpuIntfCountersTable);
-  View v;
+  View v(output);
   v.header = {"Port", "InOctets", "InUcastPkts", "OutOctets", "OutUcastPkts"};
   for (const auto& r : readAll(*table, Published::kCpuIntfCountersTable)) {
     const auto& s = r.statistics;
-    v.rows.push_back({r.intfId.stringValue(), num(s.inOctets()), num(s.inUcastPkts()),
-                      num(s.outOctets()), num(s.outUcastPkts())});
+    if (!v.wantsJson) {
+      v.rows.push_back({r.intfId.stringValue(), num(s.inOctets()), num(s.inUcastPkts()),
+                        num(s.outOctets()), num(s.outUcastPkts())});
+      continue;
+    }
     v.json.push_back({{"interface", r.intfId.stringValue()},
                       {"inOctets", s.inOctets()},
                       {"inUcastPkts", s.inUcastPkts()},
@@ -307,16 +343,19 @@ View cpuView(const std::string& ns) {
   return v;
 }
 
-View coppView(const std::string& ns) {
+View coppView(const std::string& ns, Output output) {
   auto table = openTable<Published::CoppClassCounter>(ns, Published::kCoppClassCountersTable);
-  View v;
+  View v(output);
   v.header = {"Class", "Pkts", "Octets", "DropPkts", "DropOctets"};
   auto all = readAll(*table, Published::kCoppClassCountersTable);
   std::sort(all.begin(), all.end(),
             [](const auto& a, const auto& b) { return a.nameText() < b.nameText(); });
   for (const auto& r : all) {
-    v.rows.push_back(
-        {r.nameText(), num(r.pkts), num(r.octets), num(r.dropPkts), num(r.dropOctets)});
+    if (!v.wantsJson) {
+      v.rows.push_back(
+          {r.nameText(), num(r.pkts), num(r.octets), num(r.dropPkts), num(r.dropOctets)});
+      continue;
+    }
     v.json.push_back({{"class", r.nameText()},
                       {"pkts", r.pkts},
                       {"octets", r.octets},
@@ -335,32 +374,36 @@ std::string View::text() const {
     for (size_t i = 0; i < r.size() && i < width.size(); ++i)
       width[i] = std::max(width[i], r[i].size());
   }
+  // One buffer for the whole table: the large switch has thousands of rows.
+  fmt::memory_buffer out;
   auto line = [&](const std::vector<std::string>& cells) {
-    std::string out;
     for (size_t i = 0; i < cells.size(); ++i) {
       if (i == 0) {
-        out += fmt::format("{:<{}}", cells[i], width[i]);
+        fmt::format_to(std::back_inserter(out), "{:<{}}", cells[i], width[i]);
       } else {
-        out += fmt::format("  {:>{}}", cells[i], width[i]);
+        fmt::format_to(std::back_inserter(out), "  {:>{}}", cells[i], width[i]);
       }
     }
-    return out + "\n";
+    out.push_back('\n');
   };
-  std::string out = line(header);
-  for (const auto& r : rows) out += line(r);
-  return out;
+  line(header);
+  for (const auto& r : rows) line(r);
+  return fmt::to_string(out);
 }
 
-View render(const std::string& ns, const std::string& what, const std::string& given) {
+View render(const std::string& ns, const std::string& what, const std::string& given,
+            Output output) {
   const std::string filter = resolveFilter(ns, given);
-  if (what == "names") return namesView(ns, filter);
-  if (what == "interfaces" || what == "errors" || what == "rates") return ethView(ns, what, filter);
-  if (what == "queues") return queueView(ns, filter);
-  if (what == "acl-drops") return aclView(ns, filter);
-  if (what == "vlan") return vlanView(ns, filter);
-  if (what == "vlan-interface") return vlanIntfView(ns, filter);
-  if (what == "cpu") return cpuView(ns);
-  if (what == "copp") return coppView(ns);
+  if (what == "names") return namesView(ns, filter, output);
+  if (what == "interfaces" || what == "errors" || what == "rates") {
+    return ethView(ns, what, filter, output);
+  }
+  if (what == "queues") return queueView(ns, filter, output);
+  if (what == "acl-drops") return aclView(ns, filter, output);
+  if (what == "vlan") return vlanView(ns, filter, output);
+  if (what == "vlan-interface") return vlanIntfView(ns, filter, output);
+  if (what == "cpu") return cpuView(ns, output);
+  if (what == "copp") return coppView(ns, output);
   throw ViewError("unknown view '" + what + "'");
 }
 

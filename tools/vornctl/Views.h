@@ -16,16 +16,24 @@ namespace Ctl {
 using ViewError = Readers::ReadError;
 
 // A rendered view: rows for the text table and the same data as JSON.
+// What a view is rendered for: a table for people or JSON for programs. Only
+// the one asked for is built, so a large table costs one pass and no JSON.
+enum class Output { kText, kJson };
+
 struct View {
+  explicit View(Output output) : wantsJson(output == Output::kJson) {}
+  bool wantsJson;
   std::vector<std::string> header;
-  std::vector<std::vector<std::string>> rows;
-  nlohmann::json json = nlohmann::json::array();
+  std::vector<std::vector<std::string>> rows;     // filled for Output::kText
+  nlohmann::json json = nlohmann::json::array();  // filled for Output::kJson
+  bool empty() const { return wantsJson ? json.empty() : rows.empty(); }
   std::string text() const;
 };
 
 // `what` is one of: "interfaces", "errors", "rates", "queues", "acl-drops", "names",
 // "vlan", "vlan-interface", "cpu", "copp". `filter` limits to one interface or VLAN
 // ("" = all); an interface may also be given by the kernel name its platform published.
-View render(const std::string& ns, const std::string& what, const std::string& filter);
+View render(const std::string& ns, const std::string& what, const std::string& filter,
+            Output output);
 
 }  // namespace Ctl

@@ -64,7 +64,7 @@ ShowRequest parseShow(const std::vector<std::string>& w) {
 }
 
 std::string renderOnce(const std::string& ns, const ShowRequest& r, bool json) {
-  Ctl::View v = Ctl::render(ns, r.what, r.filter);
+  Ctl::View v = Ctl::render(ns, r.what, r.filter, json ? Ctl::Output::kJson : Ctl::Output::kText);
   return json ? v.json.dump(2) + "\n" : v.text();
 }
 
