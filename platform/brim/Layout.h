@@ -169,10 +169,13 @@ inline WordPair rotlPair(WordPair v) {
   return (v << R) | (v >> (64 - R));
 }
 
-// One block of eight words (rotation 2 + k + 8 * turn for word k) into the lanes.
-inline void laneBlock(const unsigned char* bytes, int turn, WordPair& x, WordPair& a, WordPair& b) {
+// One block of eight words (rotation 2 + k + 8 * turn for word k) into the lanes;
+// with `copyTo`, the words are also stored there (`copyWords` of them).
+inline void laneBlock(const unsigned char* bytes, int turn, WordPair& x, WordPair& a, WordPair& b,
+                      unsigned char* copyTo = nullptr, size_t copyWords = 8) {
   WordPair v[4];
   std::memcpy(v, bytes, sizeof v);
+  if (copyTo != nullptr) std::memcpy(copyTo, v, 8 * copyWords);
   // Four steps of a += v; b += a, summed up front so that the block costs two
   // dependent adds instead of eight: b gains 4a + 4v0 + 3v1 + 2v2 + v3.
   const WordPair sum = (v[0] + v[1]) + (v[2] + v[3]);
@@ -184,15 +187,16 @@ inline void laneBlock(const unsigned char* bytes, int turn, WordPair& x, WordPai
   x ^= r == 0 ? y : (y << r) | (y >> (64 - r));
 }
 
-// The lanes over `words` 8-byte words at `bytes` (any alignment).
-inline Lanes wordLanes(const unsigned char* bytes, size_t words) {
+// The lanes over `words` 8-byte words at `bytes` (any alignment). With `copyTo`,
+// the words are copied there in the same pass, so a writer reads its record once.
+inline Lanes wordLanes(const unsigned char* bytes, size_t words, unsigned char* copyTo = nullptr) {
   WordPair x = {0, 0};
   WordPair a = {0, 0};
   WordPair b = {0, 0};
   int turn = 0;  // block number modulo 7
   size_t i = 0;
   for (; i + 8 <= words; i += 8) {
-    laneBlock(bytes + 8 * i, turn, x, a, b);
+    laneBlock(bytes + 8 * i, turn, x, a, b, copyTo == nullptr ? nullptr : copyTo + 8 * i);
     if (++turn == 7) turn = 0;
   }
   if (i < words) {
@@ -200,7 +204,7 @@ inline Lanes wordLanes(const unsigned char* bytes, size_t words) {
     // nor its xor and keep every weight odd.
     unsigned char tail[64] = {};
     std::memcpy(tail, bytes + 8 * i, 8 * (words - i));
-    laneBlock(tail, turn, x, a, b);
+    laneBlock(tail, turn, x, a, b, copyTo == nullptr ? nullptr : copyTo + 8 * i, words - i);
   }
   // Odd words take one more bit of rotation; a + 2b weighs each word by an odd number.
   return Lanes{x[0] ^ rotl64(x[1], 1),
@@ -208,9 +212,10 @@ inline Lanes wordLanes(const unsigned char* bytes, size_t words) {
 }
 
 // Checksum of a slot: its key, state word and record of `words` 8-byte words.
+// With `copyTo`, the record is copied there in the same pass.
 inline uint64_t slotChecksum(uint64_t keyBits, uint64_t state, const unsigned char* record,
-                             size_t words) {
-  const Lanes lanes = wordLanes(record, words);
+                             size_t words, unsigned char* copyTo = nullptr) {
+  const Lanes lanes = wordLanes(record, words, copyTo);
   const uint64_t rotated =
       lanes.rotated ^ rotl64(keyBits, kKeyRotation) ^ rotl64(state, kStateRotation);
   const uint64_t added = lanes.added + keyBits * kKeyWeight + state * kStateWeight;

@@ -347,6 +347,8 @@ class WriterCore : public TableCore {
   // Rewrites a slot with the sequence protocol; a null `record` keeps the record words.
   void writeSlot(uint32_t slot, uint64_t key, uint64_t state, uint64_t checksum,
                  const unsigned char* record);
+  // Writes a live record, computing its checksum while copying it.
+  void writeLiveSlot(uint32_t slot, uint64_t key, const unsigned char* record);
   // Publishes the live words under the header's sequence count.
   void publishCounts();
   // Marks the start and the end of a change of which slots are live (see WalkState).

