@@ -22,7 +22,20 @@ std::string groupDigits(const std::string& digits) {
 }
 }  // namespace
 
-std::string groupThousands(uint64_t value) { return groupDigits(std::to_string(value)); }
+std::string groupThousands(uint64_t value) {
+  // Digits from the right straight into place: tables show thousands of these.
+  char buf[32];
+  char* const end = buf + sizeof buf;
+  char* p = end;
+  int digits = 0;
+  do {
+    if (digits > 0 && digits % 3 == 0) *--p = ',';
+    *--p = static_cast<char>('0' + value % 10);
+    value /= 10;
+    ++digits;
+  } while (value != 0);
+  return std::string(p, end);
+}
 
 std::string groupThousands(double value, int decimals) {
   if (!std::isfinite(value)) return fmt::format("{}", value);

@@ -1,9 +1,6 @@
 #include "tools/vornctl/Views.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <iterator>
 #include <map>
 
 #include "brim/Brim.h"
@@ -367,28 +364,48 @@ View coppView(const std::string& ns, Output output) {
 
 }  // namespace
 
+namespace {
+// Characters a cell shows: UTF-8 continuation bytes take no column of their own
+// (a kernel name may hold any bytes).
+size_t shownWidth(const std::string& cell) {
+  return static_cast<size_t>(std::count_if(cell.begin(), cell.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xc0) != 0x80;
+  }));
+}
+
+// Pads `cell` to `width` columns, left- or right-aligned.
+void appendPadded(std::string& out, const std::string& cell, size_t width, bool left) {
+  const size_t shown = shownWidth(cell);
+  const size_t pad = width > shown ? width - shown : 0;
+  if (!left) out.append(pad, ' ');
+  out += cell;
+  if (left) out.append(pad, ' ');
+}
+}  // namespace
+
 std::string View::text() const {
   std::vector<size_t> width(header.size(), 0);
-  for (size_t i = 0; i < header.size(); ++i) width[i] = header[i].size();
+  for (size_t i = 0; i < header.size(); ++i) width[i] = shownWidth(header[i]);
+  size_t lineSize = 0;
   for (const auto& r : rows) {
     for (size_t i = 0; i < r.size() && i < width.size(); ++i)
-      width[i] = std::max(width[i], r[i].size());
+      width[i] = std::max(width[i], shownWidth(r[i]));
   }
+  for (size_t w : width) lineSize += w + 2;
   // One buffer for the whole table: the large switch has thousands of rows.
-  fmt::memory_buffer out;
+  std::string out;
+  out.reserve(lineSize * (rows.size() + 1));
   auto line = [&](const std::vector<std::string>& cells) {
     for (size_t i = 0; i < cells.size(); ++i) {
-      if (i == 0) {
-        fmt::format_to(std::back_inserter(out), "{:<{}}", cells[i], width[i]);
-      } else {
-        fmt::format_to(std::back_inserter(out), "  {:>{}}", cells[i], width[i]);
-      }
+      const size_t w = i < width.size() ? width[i] : 0;
+      if (i > 0) out += "  ";
+      appendPadded(out, cells[i], w, i == 0);
     }
-    out.push_back('\n');
+    out += '\n';
   };
   line(header);
   for (const auto& r : rows) line(r);
-  return fmt::to_string(out);
+  return out;
 }
 
 View render(const std::string& ns, const std::string& what, const std::string& given,
