@@ -21,6 +21,7 @@
 #include "agent/platforms/linux/LinuxPlatform.h"
 #include "agent/platforms/linux/Netlink.h"
 #include "agent/platforms/linux/StatsMapping.h"
+#include "brim/SharedObject.h"
 
 namespace {
 
@@ -288,9 +289,8 @@ std::atomic<unsigned> gNext{0};
 std::string scratchNs() {
   return "lnx" + std::to_string(::getpid()) + "_" + std::to_string(gNext++);
 }
-void unlinkNames(const std::string& ns) {
-  ::unlink(("/dev/shm/" + ns + "." + Published::kIntfNamesTable).c_str());
-}
+// The table and its writer lock both go.
+void unlinkNames(const std::string& ns) { Brim::unlinkTable(ns, Published::kIntfNamesTable); }
 
 TEST(IntfNames, NamesKeepTheirIdsAcrossReopenAndNewNamesTakeTheLowestFree) {
   std::string ns = scratchNs();
