@@ -2,46 +2,23 @@
 // a slot the way a stray write from another process would.
 #pragma once
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
 #include "brim/Brim.h"
 #include "brim/Layout.h"
+#include "support/RawTableBytes.h"
 
 namespace VornTest {
 
 class TableDamage {
  public:
   TableDamage(const std::string& ns, const std::string& table)
-      : path_("/dev/shm/" + Brim::tableName(ns, table)) {
-    fd_ = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd_ < 0) throw std::runtime_error("cannot open " + path_);
-    struct stat st {};
-    ::fstat(fd_, &st);
-    size_ = static_cast<size_t>(st.st_size);
-    void* p = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
-    if (p == MAP_FAILED) {
-      ::close(fd_);
-      throw std::runtime_error("cannot map " + path_);
-    }
-    base_ = static_cast<unsigned char*>(p);
-  }
-  ~TableDamage() {
-    ::munmap(base_, size_);
-    ::close(fd_);
-  }
-  TableDamage(const TableDamage&) = delete;
-  TableDamage& operator=(const TableDamage&) = delete;
+      : bytes_(Brim::tableName(ns, table)) {}
 
   const Brim::Layout::TableHeader& header() const {
-    return *reinterpret_cast<const Brim::Layout::TableHeader*>(base_);
+    return *reinterpret_cast<const Brim::Layout::TableHeader*>(bytes_.bytes());
   }
 
   // The slot holding the key (its 64-bit encoding) live, if any.
@@ -72,14 +49,11 @@ class TableDamage {
 
  private:
   uint64_t* words(uint32_t slot) const {
-    return reinterpret_cast<uint64_t*>(base_ + header().slotsOffset +
+    return reinterpret_cast<uint64_t*>(bytes_.bytes() + header().slotsOffset +
                                        static_cast<uint64_t>(slot) * header().slotSize);
   }
 
-  std::string path_;
-  int fd_ = -1;
-  size_t size_ = 0;
-  unsigned char* base_ = nullptr;
+  RawTableBytes bytes_;
 };
 
 }  // namespace VornTest

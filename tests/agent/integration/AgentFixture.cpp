@@ -31,37 +31,9 @@ namespace {
 
 std::atomic<unsigned> gNextTest{0};
 
-// argv for execv: the strings must outlive the call.
-std::vector<char*> argvOf(const std::string& binary, const std::vector<std::string>& args,
-                          std::vector<std::string>& storage) {
-  storage.clear();
-  storage.push_back(binary);
-  storage.insert(storage.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (auto& s : storage) argv.push_back(s.data());
-  argv.push_back(nullptr);
-  return argv;
-}
-
-// Waits up to `seconds` for `pid`; the wait status, or nullopt when it is still running.
-std::optional<int> waitFor(pid_t pid, double seconds) {
-  double end = wallNow() + seconds;
-  for (;;) {
-    int status = 0;
-    pid_t r = ::waitpid(pid, &status, WNOHANG);
-    if (r == pid) return status;
-    if (r < 0 && errno != EINTR) return std::nullopt;
-    if (wallNow() >= end) return std::nullopt;
-    sleepFor(0.01);
-  }
-}
-
-void killAndReap(pid_t pid) {
-  ::kill(pid, SIGKILL);
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-}
+using VornTest::argvOf;
+using VornTest::killAndReap;
+using VornTest::waitFor;
 
 std::string fileText(const std::string& path) {
   std::ifstream in(path);
@@ -78,60 +50,6 @@ double wallNow() {
 
 void sleepFor(double seconds) {
   std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-}
-
-ProcessResult runProcess(const std::string& binary, const std::vector<std::string>& args,
-                         double timeoutSeconds) {
-  ProcessResult result;
-  int outPipe[2], errPipe[2];
-  if (::pipe2(outPipe, O_CLOEXEC) != 0 || ::pipe2(errPipe, O_CLOEXEC) != 0) {
-    ADD_FAILURE() << "pipe: " << std::strerror(errno);
-    return result;
-  }
-  std::vector<std::string> storage;
-  std::vector<char*> argv = argvOf(binary, args, storage);
-  pid_t pid = ::fork();
-  if (pid == 0) {
-    ::dup2(outPipe[1], STDOUT_FILENO);
-    ::dup2(errPipe[1], STDERR_FILENO);
-    ::execv(binary.c_str(), argv.data());
-    ::_exit(127);
-  }
-  ::close(outPipe[1]);
-  ::close(errPipe[1]);
-  if (pid < 0) {
-    ::close(outPipe[0]);
-    ::close(errPipe[0]);
-    ADD_FAILURE() << "fork: " << std::strerror(errno);
-    return result;
-  }
-  double end = wallNow() + timeoutSeconds;
-  bool outOpen = true, errOpen = true;
-  while ((outOpen || errOpen) && wallNow() < end) {
-    pollfd p[2] = {{outOpen ? outPipe[0] : -1, POLLIN, 0}, {errOpen ? errPipe[0] : -1, POLLIN, 0}};
-    if (::poll(p, 2, 50) <= 0) continue;
-    for (int i = 0; i < 2; ++i) {
-      if (!(p[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
-      char buf[4096];
-      ssize_t n = ::read(p[i].fd, buf, sizeof buf);
-      if (n <= 0) {
-        (i == 0 ? outOpen : errOpen) = false;
-        continue;
-      }
-      (i == 0 ? result.out : result.err).append(buf, static_cast<size_t>(n));
-    }
-  }
-  ::close(outPipe[0]);
-  ::close(errPipe[0]);
-  std::optional<int> status = waitFor(pid, std::max(0.0, end - wallNow()));
-  if (!status) {
-    killAndReap(pid);
-    ADD_FAILURE() << binary << " did not finish within " << timeoutSeconds << " s";
-    return result;
-  }
-  result.finished = true;
-  result.status = *status;
-  return result;
 }
 
 Sim::Topology AgentTest::topology() {

@@ -25,6 +25,7 @@
 #include "agent/platforms/sim/SimChip.h"
 #include "agent/platforms/sim/Topology.h"
 #include "brim/Brim.h"
+#include "support/RunProcess.h"
 #include "tables/CounterTables.h"
 
 namespace SimIt {
@@ -36,19 +37,10 @@ inline constexpr double kPollPeriod = 0.2;
 inline constexpr double kSlack = 0.25;
 
 // What a finished child process left.
-struct ProcessResult {
-  bool finished = false;  // false: it did not finish in time and was killed
-  int status = 0;         // as from waitpid
-  std::string out, err;
-  bool exitedWith(int code) const {
-    return finished && WIFEXITED(status) && WEXITSTATUS(status) == code;
-  }
-};
+using VornTest::ProcessResult;
 
-// Runs `binary` with `args` to completion (at most `timeoutSeconds`), collecting
-// its output.
-ProcessResult runProcess(const std::string& binary, const std::vector<std::string>& args,
-                         double timeoutSeconds = 10);
+// Runs a program to completion, collecting its output.
+using VornTest::runProcess;
 
 // Starts `binary` with `args` in the background, its output appended to
 // `logPath`, with the variables of `env` set; the child's pid, or -1 when the

@@ -21,6 +21,7 @@
 #include <thread>
 
 #include "readers/ControlClient.h"
+#include "support/RunProcess.h"
 #include "support/ShmNamespace.h"
 
 #if !defined(VORN_AGENT_BINARY)
@@ -34,17 +35,7 @@ namespace LinuxIt {
 namespace {
 std::atomic<unsigned> gNext{0};
 
-std::optional<int> waitFor(pid_t pid, double seconds) {
-  double end = wallNow() + seconds;
-  for (;;) {
-    int status = 0;
-    pid_t r = ::waitpid(pid, &status, WNOHANG);
-    if (r == pid) return status;
-    if (r < 0 && errno != EINTR) return std::nullopt;
-    if (wallNow() >= end) return std::nullopt;
-    sleepFor(0.01);
-  }
-}
+using VornTest::waitFor;
 
 std::string mac(int p, char side) {
   char buf[32];
@@ -64,51 +55,12 @@ void sleepFor(double seconds) {
 }
 
 Proc run(const std::vector<std::string>& argv, double timeout) {
+  const VornTest::ProcessResult p = VornTest::runProcess(
+      argv.at(0), std::vector<std::string>(argv.begin() + 1, argv.end()), timeout);
   Proc r;
-  int pipefd[2];
-  if (::pipe2(pipefd, O_CLOEXEC) < 0) return r;
-  posix_spawn_file_actions_t fa;
-  posix_spawn_file_actions_init(&fa);
-  posix_spawn_file_actions_adddup2(&fa, pipefd[1], 1);
-  posix_spawn_file_actions_adddup2(&fa, pipefd[1], 2);
-  std::vector<char*> args;
-  for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-  args.push_back(nullptr);
-  pid_t pid = -1;
-  int rc = posix_spawnp(&pid, args[0], &fa, nullptr, args.data(), environ);
-  posix_spawn_file_actions_destroy(&fa);
-  ::close(pipefd[1]);
-  if (rc != 0) {
-    ::close(pipefd[0]);
-    r.out = std::string("cannot run ") + argv[0];
-    return r;
-  }
-  ::fcntl(pipefd[0], F_SETFL, O_NONBLOCK);
-  double end = wallNow() + timeout;
-  for (;;) {
-    char buf[4096];
-    ssize_t n = ::read(pipefd[0], buf, sizeof buf);
-    if (n > 0) {
-      r.out.append(buf, static_cast<size_t>(n));
-      continue;
-    }
-    int status = 0;
-    pid_t w = ::waitpid(pid, &status, WNOHANG);
-    if (w == pid) {
-      while ((n = ::read(pipefd[0], buf, sizeof buf)) > 0)
-        r.out.append(buf, static_cast<size_t>(n));
-      r.finished = true;
-      r.status = status;
-      break;
-    }
-    if (wallNow() >= end) {
-      ::kill(pid, SIGKILL);
-      ::waitpid(pid, &status, 0);
-      break;
-    }
-    sleepFor(0.002);
-  }
-  ::close(pipefd[0]);
+  r.finished = p.finished;
+  r.status = p.status;
+  r.out = p.out + p.err;
   return r;
 }
 

@@ -33,7 +33,8 @@ struct Proc {
   std::string out;
   bool ok() const;
 };
-// Runs argv (argv[0] looked up on PATH) to completion, at most `timeout` s.
+// Runs argv (argv[0] looked up on PATH) to completion, at most `timeout` s;
+// `out` holds its standard output followed by its standard error.
 Proc run(const std::vector<std::string>& argv, double timeout = 10);
 
 double wallNow();
