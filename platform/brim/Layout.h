@@ -329,6 +329,20 @@ inline void storeRecordWords(uint64_t* slotRecord, const unsigned char* record, 
   std::memcpy(slotRecord, record, 8 * words);
 #endif
 }
+// Copies a slot's record words out, between the two loads of its sequence count. A
+// copy that overlapped a write is thrown away by the re-check of the count (and a
+// torn word would fail the checksum anyway), so the words are copied as a block.
+// Under ThreadSanitizer each word is loaded atomically, as storeRecordWords does.
+inline void loadRecordWords(unsigned char* out, const uint64_t* slotRecord, size_t words) {
+#if defined(__SANITIZE_THREAD__)
+  for (size_t i = 0; i < words; ++i) {
+    const uint64_t value = loadWord(slotRecord[i]);
+    std::memcpy(out + 8 * i, &value, 8);
+  }
+#else
+  std::memcpy(out, slotRecord, 8 * words);
+#endif
+}
 static_assert(std::atomic_ref<uint64_t>::is_always_lock_free);
 static_assert(std::atomic_ref<uint64_t>::required_alignment <= 8);
 

@@ -196,13 +196,7 @@ SlotImage TableCore::readSlot(uint32_t slot, unsigned char* payload,
                       Layout::loadWord(w[Layout::kStateWord]),
                       Layout::loadWord(w[Layout::kChecksumWord]), false};
       if (payload != nullptr && wantPayload(image.key, image.state)) {
-        const uint64_t* record = w + Layout::kSlotHeaderWords;
-        // A local bound: the byte copies below could alias this object's members.
-        const uint32_t words = recordWords_;
-        for (uint32_t i = 0; i < words; ++i) {
-          const uint64_t word = Layout::loadWord(record[i]);
-          std::memcpy(payload + 8 * i, &word, 8);
-        }
+        Layout::loadRecordWords(payload, w + Layout::kSlotHeaderWords, recordWords_);
         image.payloadRead = true;
       }
       // Orders the loads above before the re-check: if any of them saw a newer write,
