@@ -288,17 +288,6 @@ void WriterCore::repairAndRecount() {
 }
 
 namespace {
-#if !defined(__SANITIZE_THREAD__)
-// A live record's checksum, computed while the record is copied into its slot.
-// Built twice: where the machine has AVX2 the same arithmetic runs on
-// three-operand vector instructions, elsewhere on the baseline ones; the value is
-// the same either way.
-__attribute__((target_clones("avx2", "default"))) uint64_t copyLiveRecord(
-    uint64_t key, const unsigned char* record, size_t words, unsigned char* slotRecord) {
-  return Layout::slotChecksum(key, Layout::kLive, record, words, slotRecord);
-}
-#endif
-
 // Runs `body` on the slot's words between the two steps of its sequence count.
 template <class Body>
 void underSequence(uint64_t* w, Body&& body) {
@@ -337,7 +326,8 @@ void WriterCore::writeLiveSlot(uint32_t slot, uint64_t key, const unsigned char*
     Layout::storeWord(w[Layout::kStateWord], Layout::kLive);
     // The record is copied while its checksum is computed: one pass over it.
     auto* copyTo = reinterpret_cast<unsigned char*>(w + Layout::kSlotHeaderWords);
-    Layout::storeWord(w[Layout::kChecksumWord], copyLiveRecord(key, record, recordWords_, copyTo));
+    Layout::storeWord(w[Layout::kChecksumWord],
+                      Layout::slotChecksum(key, Layout::kLive, record, recordWords_, copyTo));
   });
 #endif
 }
