@@ -12,6 +12,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace Brim::Layout {
 
 inline constexpr uint64_t kMagic = 0x4C4241544D495242ULL;  // "BRIMTABL" in little-endian bytes
@@ -189,7 +193,9 @@ inline void laneBlock(const unsigned char* bytes, int turn, WordPair& x, WordPai
 
 // The lanes over `words` 8-byte words at `bytes` (any alignment). With `copyTo`,
 // the words are copied there in the same pass, so a writer reads its record once.
-inline Lanes wordLanes(const unsigned char* bytes, size_t words, unsigned char* copyTo = nullptr) {
+// Runs on any machine; wordLanes() below picks a wider version where there is one.
+inline Lanes wordLanesPortable(const unsigned char* bytes, size_t words,
+                               unsigned char* copyTo = nullptr) {
   WordPair x = {0, 0};
   WordPair a = {0, 0};
   WordPair b = {0, 0};
@@ -209,6 +215,81 @@ inline Lanes wordLanes(const unsigned char* bytes, size_t words, unsigned char* 
   // Odd words take one more bit of rotation; a + 2b weighs each word by an odd number.
   return Lanes{x[0] ^ rotl64(x[1], 1),
                kEvenWeight * (a[0] + 2 * b[0]) + kOddWeight * (a[1] + 2 * b[1])};
+}
+
+#if defined(__x86_64__)
+#define BRIM_HAVE_WIDE_LANES 1
+// The same lanes four words at a time, with the one-instruction rotations and masked
+// loads of AVX-512 (on 256-bit registers, which keep the core at its full clock).
+// Each pair lane above is the sum (or xor) of two of these quad lanes, words 4k and
+// 4k + 2 for the even one, and every step is linear in the words, so the quad lanes
+// fold into exactly the pair lanes: the same checksum with half the instructions.
+__attribute__((target("avx2,avx512f,avx512vl"))) inline Lanes wordLanesWide(
+    const unsigned char* bytes, size_t words, unsigned char* copyTo = nullptr) {
+  using Quad = uint64_t __attribute__((vector_size(32)));
+  const Quad upper = {0, 0, ~uint64_t{0}, ~uint64_t{0}};  // words 2 and 3 of a quad
+  const Quad firstTurn = {2, 2, 4, 4};                    // rotations of words 0..3
+  const Quad secondTurn = {6, 6, 8, 8};                   // and of words 4..7
+  const Quad sixtyFour = {64, 64, 64, 64};
+  Quad x = {0, 0, 0, 0};
+  Quad a = {0, 0, 0, 0};
+  Quad b = {0, 0, 0, 0};
+  int turn = 0;
+  for (size_t i = 0; i < words; i += 8) {
+    const unsigned char* block = bytes + 8 * i;
+    unsigned char* copyBlock = copyTo == nullptr ? nullptr : copyTo + 8 * i;
+    Quad q0, q1;
+    if (words - i >= 8) {
+      std::memcpy(&q0, block, 32);
+      std::memcpy(&q1, block + 32, 32);
+      if (copyBlock != nullptr) {
+        std::memcpy(copyBlock, &q0, 32);
+        std::memcpy(copyBlock + 32, &q1, 32);
+      }
+    } else {
+      // A short last block: masked loads read only its words and pad with zero
+      // words, which change neither lane's sum nor its xor; masked stores copy only
+      // its words. Masked-off words are never touched, even past the end of a page.
+      const unsigned rest = static_cast<unsigned>(words - i);
+      const auto low = static_cast<__mmask8>(rest >= 4 ? 0xf : (1u << rest) - 1);
+      const auto high = static_cast<__mmask8>(rest <= 4 ? 0 : (1u << (rest - 4)) - 1);
+      q0 = reinterpret_cast<Quad>(_mm256_maskz_loadu_epi64(low, block));
+      q1 = reinterpret_cast<Quad>(_mm256_maskz_loadu_epi64(high, block + 32));
+      if (copyBlock != nullptr) {
+        _mm256_mask_storeu_epi64(copyBlock, low, reinterpret_cast<__m256i>(q0));
+        _mm256_mask_storeu_epi64(copyBlock + 32, high, reinterpret_cast<__m256i>(q1));
+      }
+    }
+    // b gains 4a + (4, 4, 3, 3) q0 + (2, 2, 1, 1) q1, as four steps of a += v; b += a.
+    const Quad t = (q0 << 1) + q1;
+    b += (a << 2) + t + ((t & ~upper) | (q0 & upper));
+    a += q0 + q1;
+    const Quad y = ((q0 << firstTurn) | (q0 >> (sixtyFour - firstTurn))) ^
+                   ((q1 << secondTurn) | (q1 >> (sixtyFour - secondTurn)));
+    const int r = 8 * turn;
+    x ^= r == 0 ? y : (y << r) | (y >> (64 - r));
+    if (++turn == 7) turn = 0;
+  }
+  const uint64_t x0 = x[0] ^ x[2], x1 = x[1] ^ x[3];
+  const uint64_t a0 = a[0] + a[2], a1 = a[1] + a[3];
+  const uint64_t b0 = b[0] + b[2], b1 = b[1] + b[3];
+  return Lanes{x0 ^ rotl64(x1, 1), kEvenWeight * (a0 + 2 * b0) + kOddWeight * (a1 + 2 * b1)};
+}
+
+inline bool wideLanesAvailable() {
+  static const bool available = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl");
+  }();
+  return available;
+}
+#endif
+
+inline Lanes wordLanes(const unsigned char* bytes, size_t words, unsigned char* copyTo = nullptr) {
+#if defined(BRIM_HAVE_WIDE_LANES)
+  if (wideLanesAvailable()) return wordLanesWide(bytes, words, copyTo);
+#endif
+  return wordLanesPortable(bytes, words, copyTo);
 }
 
 // Checksum of a slot: its key, state word and record of `words` 8-byte words.

@@ -3,6 +3,7 @@
 // by the reader calls the reader command makes (find and forEach), and none of them
 // ever hands out an altered record. Also: records wiped out whole are caught by the
 // count a whole walk compares, and the live header words are checked.
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -260,6 +261,47 @@ TEST(BrimIntegrity, ChecksumWhileCopyingGivesTheSameChecksumAndAnExactCopy) {
     for (size_t i = words; i < copy.size(); ++i) EXPECT_EQ(copy[i], guard) << words << " words";
   }
 }
+
+#if defined(BRIM_HAVE_WIDE_LANES)
+// The wide lanes must be the very same checksum: writers and readers on different
+// machines (or one without the wide instructions) share the tables.
+TEST(BrimIntegrity, WideLanesGiveThePortableLanesForEveryLengthAndCopyExactly) {
+  if (!Brim::Layout::wideLanesAvailable()) GTEST_SKIP() << "skipped: no AVX-512VL on this CPU";
+  std::mt19937_64 random(91);
+  for (size_t words = 0; words <= 70; ++words) {
+    std::vector<uint64_t> record(words);
+    for (uint64_t& w : record) w = random();
+    const auto* bytes = reinterpret_cast<const unsigned char*>(record.data());
+    const Brim::Layout::Lanes portable = Brim::Layout::wordLanesPortable(bytes, words);
+    const uint64_t guard = 0xa5a5a5a5a5a5a5a5ULL;
+    std::vector<uint64_t> copy(words + 8, guard);
+    const Brim::Layout::Lanes wide =
+        Brim::Layout::wordLanesWide(bytes, words, reinterpret_cast<unsigned char*>(copy.data()));
+    EXPECT_EQ(wide.rotated, portable.rotated) << words << " words";
+    EXPECT_EQ(wide.added, portable.added) << words << " words";
+    EXPECT_TRUE(std::equal(record.begin(), record.end(), copy.begin())) << words << " words";
+    for (size_t i = words; i < copy.size(); ++i) EXPECT_EQ(copy[i], guard) << words << " words";
+  }
+}
+
+TEST(BrimIntegrity, WideLanesNeverTouchTheBytesAfterTheRecord) {
+  if (!Brim::Layout::wideLanesAvailable()) GTEST_SKIP() << "skipped: no AVX-512VL on this CPU";
+  // A record that ends where the mapping ends: any read past it would fault.
+  const long page = sysconf(_SC_PAGESIZE);
+  void* area = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(area, MAP_FAILED);
+  ASSERT_EQ(mprotect(static_cast<char*>(area) + page, page, PROT_NONE), 0);
+  for (size_t words = 1; words <= 13; ++words) {
+    auto* record = static_cast<unsigned char*>(area) + page - 8 * words;
+    for (size_t i = 0; i < 8 * words; ++i) record[i] = static_cast<unsigned char>(i * 7 + words);
+    const Brim::Layout::Lanes wide = Brim::Layout::wordLanesWide(record, words);
+    const Brim::Layout::Lanes portable = Brim::Layout::wordLanesPortable(record, words);
+    EXPECT_EQ(wide.rotated, portable.rotated) << words << " words";
+    EXPECT_EQ(wide.added, portable.added) << words << " words";
+  }
+  munmap(area, 2 * page);
+}
+#endif
 
 TEST(BrimIntegrity, RecordWipedOutWholeIsReportedByAWholeWalk) {
   ScratchTable t;
