@@ -15,11 +15,11 @@ namespace Ctl {
 // A one-line, user-facing error (missing table, damaged table, unknown interface).
 using ViewError = Readers::ReadError;
 
-// A rendered view: rows for the text table and the same data as JSON.
 // What a view is rendered for: a table for people or JSON for programs. Only
 // the one asked for is built, so a large table costs one pass and no JSON.
 enum class Output { kText, kJson };
 
+// A rendered view: the header with rows for the text table, or the data as JSON.
 struct View {
   explicit View(Output output) : wantsJson(output == Output::kJson) {}
   bool wantsJson;
