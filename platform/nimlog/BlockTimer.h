@@ -3,7 +3,7 @@
 // NIMLOG_BLOCK_TIMER("name") measures the rest of the enclosing scope and adds the
 // duration to the statistics kept under that name (count, total, maximum). The agent
 // reads them through blockTimerStats(), which the framework's generic attribute
-// interface exposes. A measurement costs two clock reads and a few atomic adds; a
+// interface exposes. A measurement costs two tick reads and a few atomic adds; a
 // scope left by an exception is measured too.
 #pragma once
 
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "nimlog/Clock.h"
+#include "nimlog/Ticks.h"
 
 namespace Nimlog {
 
@@ -70,22 +71,32 @@ std::optional<BlockTimerStats> blockTimerStatsOf(const std::string& name);
 void blockTimerStatsReset() noexcept;
 
 // Measures its own lifetime into a cell. Use NIMLOG_BLOCK_TIMER rather than this.
+// With no time source installed it reads ticks (see Ticks.h), the cheapest clock
+// there is; an installed source is read instead, so tests see their own clock's
+// nanoseconds. The clock is chosen when the timer starts and kept to its end.
 class BlockTimer {
  public:
-  explicit BlockTimer(BlockTimerCell& cell) noexcept : cell_(cell), startNs_(nowNs()) {}
+  explicit BlockTimer(BlockTimerCell& cell) noexcept
+      : cell_(cell),
+        source_(detail::timeSource.load(std::memory_order_relaxed)),
+        start_(source_ != nullptr ? source_() : ticksNow()) {}
   ~BlockTimer() {
-    const std::uint64_t endNs = nowNs();
-    // A time source switched mid-scope may step back; count zero, not years.
-    cell_.add(endNs > startNs_ ? endNs - startNs_ : 0);
+    if (source_ != nullptr) {
+      const std::uint64_t end = source_();
+      // A settable test clock may be moved back mid-scope; count zero, not years.
+      cell_.add(end > start_ ? end - start_ : 0);
+      return;
+    }
+    const std::uint64_t end = ticksNow();
+    cell_.add(end > start_ ? ticksToNs(end - start_) : 0);
   }
   BlockTimer(const BlockTimer&) = delete;
   BlockTimer& operator=(const BlockTimer&) = delete;
 
-  std::uint64_t startNs() const noexcept { return startNs_; }
-
  private:
   BlockTimerCell& cell_;
-  const std::uint64_t startNs_;
+  const TimeSource source_;
+  const std::uint64_t start_;
 };
 
 }  // namespace Nimlog

@@ -11,9 +11,9 @@
 #include "nimlog/TraceFile.h"
 
 // Block timer plus trace record for a handler's entry. `module` and `signature` are
-// string constants; up to four integer arguments go into the record, which is stamped
-// with the timer's start. A statement: it declares local names, so use it once per scope.
-#define NIMLOG_HANDLER(module, signature, ...)                                \
-  NIMLOG_BLOCK_TIMER(signature);                                              \
-  NIMLOG_RECORD_AT_(NIMLOG_CONCAT_(nimlogTimer_, __LINE__).startNs(), module, \
-                    signature __VA_OPT__(, ) __VA_ARGS__)
+// string constants; up to four integer arguments go into the record. The record reads
+// the trace clock only while a trace file is open: the timer runs on ticks, which
+// are no time of day. A statement: it declares local names, so use it once per scope.
+#define NIMLOG_HANDLER(module, signature, ...) \
+  NIMLOG_BLOCK_TIMER(signature);               \
+  NIMLOG_RECORD(module, signature __VA_OPT__(, ) __VA_ARGS__)

@@ -95,9 +95,8 @@ inline void record(Ring& ring, std::uint64_t timestampNs, MessageId id, std::uin
 #define NIMLOG_RECORD(module, text, ...) \
   NIMLOG_RECORD_AT_(::Nimlog::nowNs(), module, text __VA_OPT__(, ) __VA_ARGS__)
 
-// NIMLOG_RECORD with the record's time given: NIMLOG_HANDLER stamps the record with the
-// time its block timer started and so saves a clock read. `timestampNs` is evaluated
-// only while a file is open.
+// NIMLOG_RECORD with the record's time given. `timestampNs` is evaluated only while a
+// file is open.
 #define NIMLOG_RECORD_AT_(timestampNs, module, text, ...)                                        \
   do {                                                                                           \
     if (::Nimlog::detail::Ring* nimlogRing_ =                                                    \
