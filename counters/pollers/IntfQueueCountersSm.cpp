@@ -158,7 +158,7 @@ void IntfQueueCountersSm::updateCounters() {
   VornHelper::VornHelperCountersSm& helper = *platformHelper_;
   IntfQueueCounter reading = helper.intfQueueCountersRead(intfId_, prevCountersIs());
 
-  IntfQueueCounter copy = table.counterOrEmpty(intfId_);
+  IntfQueueCounter copy = table.counterOrEmpty(intfId_, countersSlot_);
   double prevTime = copy.lastUpdateTime();
   bool clearOnRead = helper.queueCountersClearOnRead();
   double now = Zat::System::currentTime();
@@ -240,7 +240,7 @@ void IntfQueueCountersSm::updateCounters() {
     }
   }
   // Polling never writes the clear table: baselines belong to clearing.
-  table.intfQueueCounterIs(copy);
+  table.counterIs(copy, countersSlot_);
 }
 
 void IntfQueueCountersSm::handleTime() {

@@ -127,6 +127,9 @@ class IntfQueueCountersSm : public Vorn::VornBaseSm {
   Zat::Ptr<VornTypes::IntfQueueCounters> prevCounters_;
   Zat::Ptr<Interface::QueueCounter::AllIntfQueueCounters> allIntfQueueCounters_;
   Zat::Ptr<Interface::QueueCounter::AllIntfQueueCounters> allIntfClearQueueCounters_;
+  // Where this interface's record sits in the counter table, so that a poll's read
+  // and write skip the look-up; not an attribute.
+  Interface::QueueCounter::AllIntfQueueCounters::Slot countersSlot_;
 };
 
 }  // namespace Vorn::Counters

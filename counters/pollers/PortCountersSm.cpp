@@ -157,7 +157,7 @@ void PortCountersSm::updateCounters() {
   double t = clock_ ? clock_->now() : Zat::System::currentTime();
   platformHelper_->intfCountersRead(intfId_, newCounters, prev);
 
-  Interface::EthIntfCounterBrim entry = table.counterOrEmpty(intfId_);
+  Interface::EthIntfCounterBrim entry = table.counterOrEmpty(intfId_, countersSlot_);
 
   // The helper promises these sums; a reading that breaks them is not published.
   const Interface::IntfStatistics& stats = newCounters->intfStats();
@@ -190,7 +190,7 @@ void PortCountersSm::updateCounters() {
 
   prev->intfStatsIs(stats);
   prev->ethStatsIs(eth);
-  table.counterIs(entry);
+  table.counterIs(entry, countersSlot_);
 }
 
 // --- framework ---

@@ -170,6 +170,9 @@ class PortCountersSm : public Vorn::VornBaseSm {
   // The reading the helper fills on each poll, kept between polls (see
   // ScratchReading.h); not an attribute.
   Zat::Ptr<VornTypes::IntfCounters> newCounters_;
+  // Where this port's record sits in the counter table, so that a poll's read and
+  // write skip the look-up; not an attribute.
+  Interface::AllEthIntfCounterBrim::Slot countersSlot_;
 };
 
 }  // namespace Vorn::Counters

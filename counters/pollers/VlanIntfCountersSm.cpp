@@ -115,7 +115,7 @@ void VlanIntfCountersSm::updateCounters() {
   // them in place rather than taking references it would give back at once.
   if (!allVlanIntfCounters_) return;
   Interface::AllVlanIntfCounterBrim& table = *allVlanIntfCounters_;
-  Interface::VlanIntfCounterBrim entry = table.counterOrEmpty(intfId_);
+  Interface::VlanIntfCounterBrim entry = table.counterOrEmpty(intfId_, countersSlot_);
 
   const Zat::Ptr<VornTypes::VlanIntfCounters>& prev = prevCountersIs();
   const Zat::Ptr<VornTypes::VlanIntfCounters>& newCounters = freshReading(
@@ -143,7 +143,7 @@ void VlanIntfCountersSm::updateCounters() {
   for (size_t i = 0; i < VornTypes::VlanIntfCounters::kExtraCount; ++i) {
     prev->extraIs(i, newCounters->extra(i));
   }
-  table.counterIs(entry);
+  table.counterIs(entry, countersSlot_);
 }
 
 void VlanIntfCountersSm::hasNotificationActiveIs(bool value) {

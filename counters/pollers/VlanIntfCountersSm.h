@@ -132,6 +132,9 @@ class VlanIntfCountersSm : public Vorn::VornBaseSm {
   // The reading the helper fills on each poll, kept between polls (see
   // ScratchReading.h); not an attribute.
   Zat::Ptr<VornTypes::VlanIntfCounters> newCounters_;
+  // Where this interface's record sits in the counter table, so that a poll's read
+  // and write skip the look-up; not an attribute.
+  Interface::AllVlanIntfCounterBrim::Slot countersSlot_;
 };
 
 }  // namespace Vorn::Counters

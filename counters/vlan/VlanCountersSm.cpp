@@ -16,10 +16,6 @@ namespace {
 
 using Brim::Bridging::VlanCounter;
 
-// Thrown inside a table walk to end it once the damage has been reported; the
-// walk's own loop offers no other way out of the visiting function.
-struct WalkEnded {};
-
 // A polling period that is not positive stops the cycle. Only 0 is meant to be
 // set; a negative or NaN period is treated alike because re-arming in the past
 // would make the wheel fire the machine again and again at the same instant.
@@ -219,18 +215,20 @@ void VlanCountersSm::updateCounters() {
   if (!initialized_) return;
   const Zat::Ptr<Brim::Bridging::VlanCounterDir> dir = vlanCounterDir_;
   if (!dir || !vlanCountersHelper_) return;
-  try {
-    // One poll, one time: every record this pass writes carries the same stamp.
-    const double pollTime = clock_ ? clock_->time() : 0.0;
-    dir->forEachCounter([&](const VlanCounter& record) { pollVlan(record.vlanId(), pollTime); },
-                        /*stopOnCorruption=*/true);
-  } catch (const WalkEnded&) {
-  }
+  // One poll, one time: every record this pass writes carries the same stamp.
+  const double pollTime = clock_ ? clock_->time() : 0.0;
+  // Each record is read once (checked), added to and written back where it sits;
+  // a damaged record ends the pass unwritten.
+  dir->updateEachCounter([&](VlanCounter& record) {
+    addReading(record, pollTime);
+    return true;
+  });
   // The snapshot table is deliberately not touched: readers subtract it.
 }
 
-void VlanCountersSm::pollVlan(Bridging::VlanId vlanId, double pollTime) {
+void VlanCountersSm::addReading(VlanCounter& record, double pollTime) {
   vornAssert(clock_);
+  const Bridging::VlanId vlanId = record.vlanId();
   const auto make = [vlanId] { return VornTypes::VlanCounters::VlanCountersIs(vlanId); };
   const auto reset = [vlanId](VornTypes::VlanCounters& c) { c.reset(vlanId); };
   const Zat::Ptr<VornTypes::VlanCounters>& current = freshReading(current_, make, reset);
@@ -238,16 +236,8 @@ void VlanCountersSm::pollVlan(Bridging::VlanId vlanId, double pollTime) {
   // The helper is fixed at construction; updateCounters checked it is there.
   vlanCountersHelper_->vlanCountersRead(vlanId, current, previous);
 
-  Brim::Bridging::VlanCounterDir& dir = *vlanCounterDir_;
-  VlanCounter* record;
-  try {
-    record = &dir.vlanCounterDirectWrite(vlanId);
-  } catch (const Pontil::CorruptionDetectedException& e) {
-    dir.doCorruptionDetected(e.what());
-    throw WalkEnded{};
-  }
   static_assert(VlanCounter::kCounterCount == VornTypes::VlanCounters::kCounterCount);
-  uint64_t* totals = record->counterData();
+  uint64_t* totals = record.counterData();
   const uint64_t* now = current->counterData();
   const uint64_t* before = previous->counterData();
   for (size_t i = 0; i < VlanCounter::kCounterCount; ++i) {
@@ -255,8 +245,7 @@ void VlanCountersSm::pollVlan(Bridging::VlanId vlanId, double pollTime) {
     // still contributes its true increment modulo 2^64.
     totals[i] += now[i] - before[i];
   }
-  record->timestampIs(pollTime);
-  dir.vlanCounterCommit(vlanId);
+  record.timestampIs(pollTime);
 }
 
 void VlanCountersSm::handleTime() {

@@ -160,9 +160,10 @@ class VlanCountersSm : public Zat::PtrInterface {
   // configuration change never resets published totals.
   template <class Table>
   void addZeroRecordIfMissing(Table& table, Bridging::VlanId vlanId, const char* traceText);
-  // Adds one reading's increments to the VLAN's published record, stamped with
-  // the wheel time `pollTime` of the poll. Requires: clock() non-null.
-  void pollVlan(Bridging::VlanId vlanId, double pollTime);
+  // Adds one reading's increments to a VLAN's record, which the caller then
+  // publishes, stamped with the wheel time `pollTime` of the poll. Requires:
+  // clock() non-null.
+  void addReading(Brim::Bridging::VlanCounter& record, double pollTime);
 
   Zat::Ptr<const Bridging::Config> bridgingConfig_;
   Zat::Ptr<const Bridging::VlanCountersCliReq> vlanCountersCliReq_;

@@ -49,6 +49,18 @@ class CounterTable : public Zat::PtrInterface {
     writer_->find(key, r);  // a miss leaves the empty record
     return r;
   }
+  // Where a poller's record sits, remembered between its polls so that reading and
+  // writing its one record skip the hash probe. Never wrong, only stale: a record
+  // moved or deleted meanwhile is found by a full look-up, as without it.
+  using Slot = std::optional<typename TableWriter<Record>::Slot>;
+  // counterOrEmpty(key) through the poller's remembered slot.
+  Record counterOrEmpty(const Key& key, Slot& slot) const {
+    Record r(key);
+    writer_->findAt(slot, key, r);  // a miss leaves the empty record
+    return r;
+  }
+  // counterIs(record) through the poller's remembered slot.
+  void counterIs(const Record& record, Slot& slot) { writer_->putAt(slot, record); }
   bool hasCounter(const Key& key) const { return writer_->contains(key); }
   // Inserts or overwrites. Raises Brim::TableFullException (nothing changed) when full.
   void counterIs(const Record& record) { writer_->put(record); }
@@ -79,6 +91,41 @@ class CounterTable : public Zat::PtrInterface {
         r = Record();
       }
       f(r);
+    }
+  }
+
+  // Calls update(record) for every record in the table's own order and publishes
+  // each one it returns true for back into the slot it came from: one checked read
+  // and one write per record, no look-ups. A record changed from outside between
+  // the two is looked up again, so its damage is reported as any look-up would.
+  // Damage is reported through doCorruptionDetected and ends the pass, and no
+  // damaged record is rewritten. update must not add or delete records.
+  template <class F>
+  void updateEachCounter(F&& update) {
+    auto cursor = writer_->cursor();
+    Record original;
+    Record r;
+    while (true) {
+      try {
+        if (!cursor.next(original)) break;
+      } catch (const Pontil::CorruptionDetectedException& e) {
+        doCorruptionDetected(e.what());
+        break;
+      }
+      const auto stamp = writer_->stampOf(cursor);
+      r = original;
+      if (!update(r)) continue;
+      if (writer_->rewriteUnchanged(stamp, original, r)) continue;
+      try {
+        Record current;
+        writer_->find(r.key(), current);
+      } catch (const Pontil::CorruptionDetectedException& e) {
+        doCorruptionDetected(e.what());
+        break;
+      }
+      // Changed but sound: only a forged record passes its checksum, and the
+      // writer's own totals replace it.
+      writer_->put(r);
     }
   }
 

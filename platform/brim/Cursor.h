@@ -39,6 +39,9 @@ class Cursor {
   // As next(), copying the record into `out`; false at the end of the table.
   bool next(Record& out) { return next(Traits::bytes(out)); }
 
+  // The slot of the record the last next() returned. Requires: one was returned.
+  uint32_t lastSlot() const { return lastSlot_; }
+
   // The slot the next step starts from; slotCount() once the walk is over.
   uint32_t position() const { return position_; }
   bool atEnd() const { return position_ >= core_->slotCount(); }
@@ -54,6 +57,7 @@ class Cursor {
         core_->corruption("slot " + std::to_string(*slot) +
                           " holds a record whose key differs from the slot's key");
       }
+      lastSlot_ = *slot;
       return true;
     } catch (const Pontil::CorruptionDetectedException&) {
       // Already reported to the caller: the end-of-walk count would only repeat it.
@@ -64,6 +68,7 @@ class Cursor {
 
   const detail::TableCore* core_;
   uint32_t position_ = 0;
+  uint32_t lastSlot_ = 0;
   detail::WalkState walk_;
 };
 

@@ -95,6 +95,11 @@ class TableCore {
   // damaged slot met on the probe path, so a damaged table is reported, not misread.
   std::optional<uint32_t> lookup(uint64_t key, unsigned char* payload) const;
 
+  // The record of `key` read straight from `slot` into `payload` (checksum checked)
+  // when that slot holds the key live; false, with `payload` unspecified, when it
+  // holds anything else. For callers that remember where a key sat: no probe.
+  bool readAt(uint32_t slot, uint64_t key, unsigned char* payload) const;
+
   // Finds the first live slot at or after `position`, copies its record to `payload`
   // and its key to `key`, and returns the slot. `position` moves past every slot read
   // before any check can raise, so a caller that catches the damage report of one slot
@@ -244,6 +249,16 @@ inline std::optional<uint32_t> TableCore::lookup(uint64_t key, unsigned char* pa
   return std::nullopt;
 }
 
+inline bool TableCore::readAt(uint32_t slot, uint64_t key, unsigned char* payload) const {
+  if (slot > slotMask_) return false;
+  const SlotImage image = readSlot(slot, payload, [key](uint64_t k, uint64_t state) {
+    return k == key && state == Layout::kLive;
+  });
+  if (!image.payloadRead) return false;
+  checkPayload(slot, image, payload);
+  return true;
+}
+
 inline std::optional<uint32_t> TableCore::nextLive(uint32_t& position, unsigned char* payload,
                                                    uint64_t& key, WalkState& walk) const {
   if (!walk.started) startWalk(walk, position);
@@ -319,6 +334,23 @@ class WriterCore : public TableCore {
   bool erase(uint64_t key);
   // Publishes `record` into `slot` if that slot still holds `key` live; false otherwise.
   bool rewrite(uint32_t slot, uint64_t key, const unsigned char* record);
+
+  // The words of a slot that any change to it moves: the writer's own changes bump
+  // the sequence count, and anything else that alters key, state or record leaves
+  // the checksum or the record words different from what was read.
+  struct SlotStamp {
+    uint32_t slot = 0;
+    uint64_t seq = 0;
+    uint64_t checksum = 0;
+  };
+  SlotStamp stampOf(uint32_t slot) const {
+    return {slot, ownWord(slot, Layout::kSeqWord), ownWord(slot, Layout::kChecksumWord)};
+  }
+  // As rewrite(stamp.slot, key, record), only while the slot still holds `key` live
+  // with the stamp's words and exactly the record words `expected`; false, changing
+  // nothing, otherwise.
+  bool rewriteUnchanged(const SlotStamp& stamp, uint64_t key, const unsigned char* expected,
+                        const unsigned char* record);
   void heartbeatIs(double seconds);
   // What attaching repaired or found, one line each; empty for a fresh or clean table.
   const std::vector<std::string>& attachReport() const { return attachReport_; }

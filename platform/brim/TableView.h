@@ -91,12 +91,17 @@ class TableView {
   std::optional<uint32_t> findInto(const Key& key, unsigned char* bytes) const {
     const uint64_t bits = Traits::keyBits(key);
     const std::optional<uint32_t> slot = core_->lookup(bits, bytes);
-    if (slot && Traits::keyBits(std::launder(reinterpret_cast<const Record*>(bytes))->key()) !=
-                    bits) [[unlikely]] {
-      core_->corruption("slot " + std::to_string(*slot) +
+    if (slot) checkRecordKey(*slot, bits, bytes);
+    return slot;
+  }
+
+  // A record read from `slot` of key `bits` carries that key in its own fields too.
+  void checkRecordKey(uint32_t slot, uint64_t bits, const unsigned char* bytes) const {
+    if (Traits::keyBits(std::launder(reinterpret_cast<const Record*>(bytes))->key()) != bits)
+        [[unlikely]] {
+      core_->corruption("slot " + std::to_string(slot) +
                         " holds a record whose key differs from the slot's key");
     }
-    return slot;
   }
 
   std::unique_ptr<detail::TableCore> core_;

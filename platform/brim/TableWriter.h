@@ -69,6 +69,26 @@ class TableWriter : public TableView<Record> {
     return Slot(key, *slot);
   }
 
+  // As find(key, out), reading straight from the handle's slot while it still holds
+  // the key live. Otherwise a full look-up, which points the handle at the key's slot
+  // (or empties it on a miss). `slot` must be empty or a handle of `key`.
+  bool findAt(std::optional<Slot>& slot, const Key& key, Record& out) const {
+    const uint64_t bits = Traits::keyBits(key);
+    unsigned char* bytes = Traits::bytes(out);
+    if (slot && Traits::keyBits(slot->key_) == bits &&
+        this->core_->readAt(slot->slot_, bits, bytes)) {
+      this->checkRecordKey(slot->slot_, bits, bytes);
+      return true;
+    }
+    const std::optional<uint32_t> at = this->findInto(key, bytes);
+    if (at) {
+      slot = Slot(key, *at);
+    } else {
+      slot.reset();
+    }
+    return at.has_value();
+  }
+
   // As put(record), straight into the handle's slot while it still holds the key live;
   // otherwise a full put() that also points the handle at the key's new slot.
   // Requires: record.key() is the handle's key; otherwise the fatal assertion
@@ -82,6 +102,33 @@ class TableWriter : public TableView<Record> {
     if (writer_->rewrite(slot.slot_, bits, Traits::bytes(record))) return;
     writer_->put(bits, Traits::bytes(record));
     slot.slot_ = this->core_->lookup(bits, nullptr).value_or(0);
+  }
+
+  // As putAt() when `slot` holds a handle of the record's key, otherwise put() and a
+  // handle for next time.
+  void putAt(std::optional<Slot>& slot, const Record& record) {
+    if (slot && Traits::keyBits(slot->key_) == Traits::keyBits(record.key())) {
+      putAt(*slot, record);
+      return;
+    }
+    put(record);
+    slot = slotOf(record.key());
+  }
+
+  // What the cursor's last next() saw of the slot it read, for rewriteUnchanged().
+  using ReadStamp = detail::WriterCore::SlotStamp;
+  ReadStamp stampOf(const Cursor<Record>& cursor) const {
+    return writer_->stampOf(cursor.lastSlot());
+  }
+
+  // Publishes `record` into the stamped slot while that slot still holds exactly
+  // `original`, the record read with the stamp: a pass that reads, changes and writes
+  // back every record skips the look-ups. False, changing nothing, when anything in
+  // the slot changed since; only damage from outside does that, and a look-up of the
+  // key then reports it.
+  bool rewriteUnchanged(const ReadStamp& stamp, const Record& original, const Record& record) {
+    return writer_->rewriteUnchanged(stamp, Traits::keyBits(record.key()), Traits::bytes(original),
+                                     Traits::bytes(record));
   }
 
   // Removes the key's record; false when there was none.

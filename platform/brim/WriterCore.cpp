@@ -451,6 +451,22 @@ bool WriterCore::rewrite(uint32_t slot, uint64_t key, const unsigned char* recor
   return true;
 }
 
+bool WriterCore::rewriteUnchanged(const SlotStamp& stamp, uint64_t key,
+                                  const unsigned char* expected, const unsigned char* record) {
+  const uint32_t slot = stamp.slot;
+  if (slot > slotMask_ || ownWord(slot, Layout::kSeqWord) != stamp.seq ||
+      ownWord(slot, Layout::kChecksumWord) != stamp.checksum) {
+    return false;
+  }
+  const uint64_t* w = slotWords(slot) + Layout::kSlotHeaderWords;
+  for (uint32_t i = 0; i < recordWords_; ++i) {
+    uint64_t want;
+    std::memcpy(&want, expected + 8 * static_cast<size_t>(i), sizeof want);
+    if (Layout::loadWord(w[i]) != want) return false;
+  }
+  return rewrite(slot, key, record);
+}
+
 void WriterCore::heartbeatIs(double seconds) {
   heartbeat_ = std::bit_cast<uint64_t>(seconds);
   publishCounts();

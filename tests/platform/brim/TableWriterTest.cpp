@@ -439,4 +439,114 @@ TEST(BrimTableWriter, PutAtWithAnotherKeysRecordIsFatal) {
   EXPECT_FALSE(writer->contains(2));
 }
 
+TEST(BrimTableWriter, FindAtReadsThroughTheHandleAndFollowsAMovedKey) {
+  ScratchTable t;
+  auto writer = TableWriter<CounterRecord>::open(t.ns(), t.table(), 8);
+  for (uint64_t k = 1; k <= 6; ++k) writer->put(CounterRecord::make(k, k));
+  std::optional<TableWriter<CounterRecord>::Slot> handle;
+  CounterRecord out;
+  // An empty handle looks the key up and then points at its slot.
+  ASSERT_TRUE(writer->findAt(handle, 5, out));
+  EXPECT_EQ(out.values[0], 5000u);
+  ASSERT_TRUE(handle.has_value());
+  EXPECT_EQ(handle->key(), 5u);
+  writer->put(CounterRecord::make(5, 50));
+  ASSERT_TRUE(writer->findAt(handle, 5, out));
+  EXPECT_EQ(out.values[0], 50000u);
+  // Deleted and inserted again after other keys took its slot: the stale handle
+  // finds the record where it is now.
+  writer->erase(5);
+  for (uint64_t k = 7; k <= 8; ++k) writer->put(CounterRecord::make(k, k));
+  writer->put(CounterRecord::make(5, 55));
+  ASSERT_TRUE(writer->findAt(handle, 5, out));
+  EXPECT_EQ(out.values[0], 55000u);
+  ASSERT_TRUE(handle.has_value());
+  // A handle of another key is never used for this one.
+  std::optional<TableWriter<CounterRecord>::Slot> other = writer->slotOf(1);
+  ASSERT_TRUE(writer->findAt(other, 2, out));
+  EXPECT_EQ(out.id, 2u);
+  EXPECT_EQ(other->key(), 2u);
+  // A miss empties the handle and leaves the record as it was.
+  writer->erase(5);
+  out = CounterRecord::make(9, 9);
+  EXPECT_FALSE(writer->findAt(handle, 5, out));
+  EXPECT_FALSE(handle.has_value());
+  EXPECT_EQ(out.id, 9u);
+}
+
+TEST(BrimTableWriter, FindAtReportsADamagedSlotBehindTheHandle) {
+  ScratchTable t;
+  auto writer = TableWriter<CounterRecord>::open(t.ns(), t.table(), 8);
+  writer->put(CounterRecord::make(3, 3));
+  std::optional<TableWriter<CounterRecord>::Slot> handle = writer->slotOf(3);
+  ASSERT_TRUE(handle.has_value());
+  RawTable raw(t.name());
+  const uint32_t slot = *raw.liveSlotOf(3);
+  raw.slot(slot)[Brim::Layout::kSlotHeaderWords + 4] ^= 0x40;
+  CounterRecord out;
+  try {
+    writer->findAt(handle, 3, out);
+    FAIL() << "read a damaged record through its handle";
+  } catch (const Pontil::CorruptionDetectedException& e) {
+    EXPECT_EQ(std::string(e.what()), "table " + t.name() + ": slot " + std::to_string(slot) +
+                                         " (key 0x0000000000000003) fails its checksum");
+  }
+}
+
+TEST(BrimTableWriter, PutAtAnOptionalHandleFillsItOnFirstUse) {
+  ScratchTable t;
+  auto writer = TableWriter<CounterRecord>::open(t.ns(), t.table(), 8);
+  auto reader = TableReader<CounterRecord>::open(t.ns(), t.table());
+  std::optional<TableWriter<CounterRecord>::Slot> handle;
+  writer->putAt(handle, CounterRecord::make(4, 1));
+  ASSERT_TRUE(handle.has_value());
+  EXPECT_EQ(handle->key(), 4u);
+  EXPECT_EQ(reader->find(4)->values[0], 1000u);
+  writer->putAt(handle, CounterRecord::make(4, 2));
+  EXPECT_EQ(reader->find(4)->values[0], 2000u);
+  // A record of another key goes in by key, and the handle follows it.
+  writer->putAt(handle, CounterRecord::make(6, 3));
+  EXPECT_EQ(handle->key(), 6u);
+  EXPECT_EQ(reader->find(6)->values[0], 3000u);
+  EXPECT_EQ(reader->find(4)->values[0], 2000u);
+  EXPECT_EQ(writer->size(), 2u);
+  EXPECT_TRUE(reader->validate().empty());
+}
+
+TEST(BrimTableWriter, RewriteUnchangedPublishesOnlyOverWhatWasRead) {
+  ScratchTable t;
+  auto writer = TableWriter<CounterRecord>::open(t.ns(), t.table(), 8);
+  for (uint64_t k = 1; k <= 3; ++k) writer->put(CounterRecord::make(k, k));
+  auto reader = TableReader<CounterRecord>::open(t.ns(), t.table());
+  RawTable raw(t.name());
+
+  auto cursor = writer->cursor();
+  CounterRecord original;
+  ASSERT_TRUE(cursor.next(original));
+  const auto stamp = writer->stampOf(cursor);
+  EXPECT_EQ(stamp.slot, *raw.liveSlotOf(original.id));
+  CounterRecord changed = CounterRecord::make(original.id, 70);
+  EXPECT_TRUE(writer->rewriteUnchanged(stamp, original, changed));
+  EXPECT_EQ(reader->find(original.id)->values[0], 70000u);
+  // The same stamp is stale now: the writer's own write moved the sequence count.
+  EXPECT_FALSE(writer->rewriteUnchanged(stamp, original, CounterRecord::make(original.id, 71)));
+  EXPECT_EQ(reader->find(original.id)->values[0], 70000u);
+
+  // A record word changed from outside after the read: nothing is written.
+  CounterRecord second;
+  ASSERT_TRUE(cursor.next(second));
+  const auto secondStamp = writer->stampOf(cursor);
+  raw.slot(secondStamp.slot)[Brim::Layout::kSlotHeaderWords + 2] ^= 1;
+  EXPECT_FALSE(writer->rewriteUnchanged(secondStamp, second, CounterRecord::make(second.id, 80)));
+  EXPECT_NE(raw.slot(secondStamp.slot)[Brim::Layout::kSlotHeaderWords + 1], 80000u);
+
+  // A checksum word changed from outside: nothing is written either.
+  CounterRecord third;
+  ASSERT_TRUE(cursor.next(third));
+  const auto thirdStamp = writer->stampOf(cursor);
+  raw.slot(thirdStamp.slot)[Brim::Layout::kChecksumWord] ^= 1;
+  EXPECT_FALSE(writer->rewriteUnchanged(thirdStamp, third, CounterRecord::make(third.id, 90)));
+  EXPECT_NE(raw.slot(thirdStamp.slot)[Brim::Layout::kSlotHeaderWords + 1], 90000u);
+}
+
 }  // namespace
