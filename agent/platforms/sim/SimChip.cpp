@@ -95,11 +95,10 @@ SimChip::SimChip(const Topology& topology) : topology_(topology) {
   }
   ports_[cpuPort()] = makePort(0, 1e8, false);
   vlans_.resize(topology_.vlans + 1);
-  static constexpr size_t kVlanCounters[8] = {kInOctets,  kInUcast,  kInMcast,  kInBcast,
-                                              kOutOctets, kOutUcast, kOutMcast, kOutBcast};
   for (uint32_t v = 1; v <= topology_.vlans; ++v) {
+    // Made as a port, so that the random draws of later objects stay the same.
     Port p = makePort(0, topology_.portSpeedBps / 20, false);
-    for (size_t i = 0; i < 8; ++i) vlans_[v].counters[i] = p.counters[kVlanCounters[i]];
+    vlans_[v] = VlanTraffic{p.traffic.inPps, p.traffic.outPps};
   }
   for (const auto& c : topology_.coppClasses) coppClasses_[c] = makePort(0, 1e6, false);
 }
@@ -216,8 +215,13 @@ std::array<uint64_t, 8> SimChip::vlanReading(uint16_t vlan) const {
   std::array<uint64_t, 8> out{};
   if (vlan == 0 || vlan >= vlans_.size()) return out;
   const double active = started_ ? now_ - start_ : 0.0;
-  const auto& counters = vlans_[vlan].counters;
-  for (size_t i = 0; i < 8; ++i) out[i] = counters[i].value(active);
+  const VlanTraffic& v = vlans_[vlan];
+  // The shares of a port's octet, unicast, multicast and broadcast counters.
+  const double shares[4] = {kAvgPacketBytes, 0.90, 0.08, 0.02};
+  for (size_t i = 0; i < 4; ++i) {
+    out[i] = RateCounter{v.inPps * shares[i], 0}.value(active);
+    out[4 + i] = RateCounter{v.outPps * shares[i], 0}.value(active);
+  }
   return out;
 }
 
