@@ -212,9 +212,12 @@ void SimChip::vlanIntfReading(Orvo::IntfId id, Interface::IntfStatistics& stats,
 }
 
 std::array<uint64_t, 8> SimChip::vlanReading(uint16_t vlan) const {
+  return vlanReadingAt(vlan, vlanActiveSeconds());
+}
+
+std::array<uint64_t, 8> SimChip::vlanReadingAt(uint16_t vlan, double active) const {
   std::array<uint64_t, 8> out{};
   if (vlan == 0 || vlan >= vlans_.size()) return out;
-  const double active = started_ ? now_ - start_ : 0.0;
   const VlanTraffic& v = vlans_[vlan];
   // The shares of a port's octet, unicast, multicast and broadcast counters.
   const double shares[4] = {kAvgPacketBytes, 0.90, 0.08, 0.02};

@@ -69,6 +69,11 @@ class SimChip {
   void vlanIntfReading(Orvo::IntfId id, Interface::IntfStatistics& stats,
                        std::array<uint64_t, 4>& extra) const;
   std::array<uint64_t, 8> vlanReading(uint16_t vlan) const;
+  // What vlanReading(vlan) gave, or will give, when the chip had been counting
+  // for `activeSeconds`: VLAN counters are a function of that time alone.
+  std::array<uint64_t, 8> vlanReadingAt(uint16_t vlan, double activeSeconds) const;
+  // How long the chip has been counting, the time base of vlanReadingAt().
+  double vlanActiveSeconds() const { return started_ ? now_ - start_ : 0.0; }
   Interface::IntfStatistics cpuReading() const;
   struct ClassCounts {
     uint64_t pkts, octets, dropPkts, dropOctets;

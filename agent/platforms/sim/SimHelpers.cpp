@@ -138,18 +138,20 @@ void SimVlanCountersHelper::vlanCountersRead(Bridging::VlanId vlanId,
                                              const Zat::Ptr<VornTypes::VlanCounters>& previous) {
   catchUp(chip_);
   ++polls_;
-  auto now = chip_->vlanReading(vlanId);
+  const double active = chip_->vlanActiveSeconds();
   const size_t v = vlanId & 0xfff;
   if (!enabled_[v]) {
     enabled_[v] = true;
     ++enabledCount_;
-    last_[v] = now;
+    lastActive_[v] = active;
   }
+  const auto now = chip_->vlanReadingAt(vlanId, active);
+  const auto last = chip_->vlanReadingAt(vlanId, lastActive_[v]);
   for (size_t i = 0; i < 8; ++i) {
     current->counterIs(i, now[i]);
-    previous->counterIs(i, last_[v][i]);
+    previous->counterIs(i, last[i]);
   }
-  last_[v] = now;
+  lastActive_[v] = active;
 }
 
 bool SimVlanCountersHelper::vlanCountersEnable(Bridging::VlanId vlanId) {
@@ -159,7 +161,7 @@ bool SimVlanCountersHelper::vlanCountersEnable(Bridging::VlanId vlanId) {
   if (!enabled_[v]) {
     enabled_[v] = true;
     ++enabledCount_;
-    last_[v] = chip_->vlanReading(vlanId);
+    lastActive_[v] = chip_->vlanActiveSeconds();
   }
   return true;
 }

@@ -70,11 +70,14 @@ class SimVlanCountersHelper : public VornHelper::VornVlanCountersHelper {
   size_t enabledVlans() const { return enabledCount_; }
 
  private:
-  explicit SimVlanCountersHelper(SimChip* chip) : chip_(chip), last_(4096), enabled_(4096, false) {}
+  explicit SimVlanCountersHelper(SimChip* chip)
+      : chip_(chip), lastActive_(4096, 0.0), enabled_(4096, false) {}
   SimChip* chip_;
-  // The reading each VLAN saw last, indexed by VLAN number; enabling a VLAN
-  // starts it at the current count.
-  std::vector<std::array<uint64_t, 8>> last_;
+  // When each VLAN was read last, as the chip's counting time, indexed by VLAN
+  // number; the chip gives that reading again from the time alone, so eight bytes
+  // per VLAN stand for the whole reading. Enabling a VLAN starts it at the
+  // current count.
+  std::vector<double> lastActive_;
   std::vector<bool> enabled_;
   size_t enabledCount_ = 0;
   uint64_t polls_ = 0;
