@@ -80,13 +80,12 @@ class CounterTable : public Zat::PtrInterface {
   template <class F>
   void forEachCounter(F&& f, bool stopOnCorruption = false) {
     auto cursor = writer_->cursor();
-    // One record, read into in place: the VLAN poll walks four thousand of them.
+    // One record, read into in place: walks cover thousands of records.
     Record r;
-    while (true) {
-      try {
-        if (!cursor.next(r)) break;
-      } catch (const Pontil::CorruptionDetectedException& e) {
-        doCorruptionDetected(e.what());
+    for (;;) {
+      const Step step = nextReported(cursor, r);
+      if (step == Step::kEnd) break;
+      if (step == Step::kDamaged) {
         if (stopOnCorruption) break;
         r = Record();
       }
@@ -105,13 +104,7 @@ class CounterTable : public Zat::PtrInterface {
     auto cursor = writer_->cursor();
     Record original;
     Record r;
-    while (true) {
-      try {
-        if (!cursor.next(original)) break;
-      } catch (const Pontil::CorruptionDetectedException& e) {
-        doCorruptionDetected(e.what());
-        break;
-      }
+    while (nextReported(cursor, original) == Step::kRecord) {
       const auto stamp = writer_->stampOf(cursor);
       r = original;
       if (!update(r)) continue;
@@ -155,6 +148,18 @@ class CounterTable : public Zat::PtrInterface {
       : ns_(ns), table_(table), writer_(TableWriter<Record>::open(ns, table, capacity)) {}
 
  private:
+  enum class Step { kRecord, kEnd, kDamaged };
+  // The walk's next record into `r`; damage is reported through doCorruptionDetected
+  // rather than raised, and the cursor has moved past it.
+  Step nextReported(Cursor<Record>& cursor, Record& r) {
+    try {
+      return cursor.next(r) ? Step::kRecord : Step::kEnd;
+    } catch (const Pontil::CorruptionDetectedException& e) {
+      doCorruptionDetected(e.what());
+      return Step::kDamaged;
+    }
+  }
+
   std::string ns_;
   std::string table_;
   std::unique_ptr<TableWriter<Record>> writer_;

@@ -349,6 +349,103 @@ TEST(BrimIntegrity, AgentTableWalkReportsAWipedOutRecordToItsCorruptionHook) {
             "table " + t.name() + ": a walk met 9 live slots, but the header counts 10");
 }
 
+// The agent's in-place pass: every record read once, changed and written back where
+// it sits; damage from outside between the read and the write is never overwritten.
+uint64_t recordWord(const Interface::EthIntfCounterBrim& r, size_t w) {
+  uint64_t value;
+  std::memcpy(&value, reinterpret_cast<const unsigned char*>(&r) + 8 * w, 8);
+  return value;
+}
+
+void recordWordIs(Interface::EthIntfCounterBrim& r, size_t w, uint64_t value) {
+  std::memcpy(reinterpret_cast<unsigned char*>(&r) + 8 * w, &value, 8);
+}
+
+TEST(BrimIntegrity, AgentTableInPlacePassWritesEveryRecordItChanges) {
+  ScratchTable t;
+  auto table = Interface::AllEthIntfCounterBrim::AllEthIntfCounterBrimIs(t.ns(), t.table(), 64);
+  for (int port = 1; port <= 10; ++port) table->counterIs(portRecord(port));
+  int visited = 0;
+  table->updateEachCounter([&](Interface::EthIntfCounterBrim& r) {
+    ++visited;
+    if (r.intfId() == Orvo::IntfId("Ethernet3")) return false;  // left as it is
+    recordWordIs(r, 5, recordWord(r, 5) + 1);
+    return true;
+  });
+  EXPECT_EQ(visited, 10);
+  auto reader = TableReader<Interface::EthIntfCounterBrim>::open(t.ns(), t.table());
+  for (int port = 1; port <= 10; ++port) {
+    const Interface::EthIntfCounterBrim want = portRecord(port);
+    const auto got = reader->find(want.intfId());
+    ASSERT_TRUE(got.has_value()) << port;
+    EXPECT_EQ(recordWord(*got, 5), recordWord(want, 5) + (port == 3 ? 0 : 1)) << port;
+  }
+  EXPECT_EQ(table->corruptionCount(), 0u);
+  EXPECT_TRUE(reader->validate().empty());
+}
+
+TEST(BrimIntegrity, AgentTableInPlacePassReportsDamageDoneDuringItAndStops) {
+  ScratchTable t;
+  auto table = Interface::AllEthIntfCounterBrim::AllEthIntfCounterBrimIs(t.ns(), t.table(), 64);
+  for (int port = 1; port <= 10; ++port) table->counterIs(portRecord(port));
+  RawTable raw(t.name());
+  int visited = 0;
+  uint32_t damagedSlot = 0;
+  table->updateEachCounter([&](Interface::EthIntfCounterBrim& r) {
+    if (++visited == 4) {
+      damagedSlot = *raw.liveSlotOf(r.intfId().value());
+      raw.slot(damagedSlot)[Brim::Layout::kSlotHeaderWords + 7] ^= 0x10;
+    }
+    recordWordIs(r, 5, 0);
+    return true;
+  });
+  EXPECT_EQ(visited, 4);
+  EXPECT_EQ(table->corruptionCount(), 1u);
+  EXPECT_EQ(
+      table->lastCorruption(),
+      "table " + t.name() + ": slot " + std::to_string(damagedSlot) + " (key " +
+          [&] {
+            char key[32];
+            std::snprintf(key, sizeof key, "0x%016llx",
+                          static_cast<unsigned long long>(raw.key(damagedSlot)));
+            return std::string(key);
+          }() +
+          ") fails its checksum");
+  // The damaged record was not overwritten: it still fails its checksum.
+  EXPECT_FALSE(table->writer().validate().empty());
+}
+
+TEST(BrimIntegrity, AgentTableInPlacePassReplacesARecordForgedDuringIt) {
+  ScratchTable t;
+  auto table = Interface::AllEthIntfCounterBrim::AllEthIntfCounterBrimIs(t.ns(), t.table(), 64);
+  for (int port = 1; port <= 5; ++port) table->counterIs(portRecord(port));
+  RawTable raw(t.name());
+  const size_t words = sizeof(Interface::EthIntfCounterBrim) / 8;
+  int visited = 0;
+  table->updateEachCounter([&](Interface::EthIntfCounterBrim& r) {
+    if (++visited == 2) {
+      // Another process rewrites the record with a valid checksum.
+      const uint32_t slot = *raw.liveSlotOf(r.intfId().value());
+      uint64_t* w = raw.slot(slot);
+      w[Brim::Layout::kSlotHeaderWords + 5] = 999;
+      w[Brim::Layout::kChecksumWord] = Brim::Layout::slotChecksum(
+          w[Brim::Layout::kKeyWord], w[Brim::Layout::kStateWord],
+          reinterpret_cast<const unsigned char*>(w + Brim::Layout::kSlotHeaderWords), words);
+    }
+    recordWordIs(r, 5, 7);
+    return true;
+  });
+  EXPECT_EQ(visited, 5);
+  EXPECT_EQ(table->corruptionCount(), 0u);
+  auto reader = TableReader<Interface::EthIntfCounterBrim>::open(t.ns(), t.table());
+  for (int port = 1; port <= 5; ++port) {
+    const auto got = reader->find(Orvo::IntfId("Ethernet" + std::to_string(port)));
+    ASSERT_TRUE(got.has_value());
+    EXPECT_EQ(recordWord(*got, 5), 7u) << port;
+  }
+  EXPECT_TRUE(reader->validate().empty());
+}
+
 TEST(BrimIntegrity, WalksDuringInsertsAndDeletesDoNotCountFalsely) {
   ScratchTable t;
   auto writer = TableWriter<CounterRecord>::open(t.ns(), t.table(), 64);
