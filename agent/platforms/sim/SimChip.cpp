@@ -187,9 +187,15 @@ void SimChip::portReading(Orvo::IntfId id, Interface::IntfStatistics& s,
 }
 
 std::vector<Interface::QueueCounter::IntfQueueStat> SimChip::queueReading(Orvo::IntfId id) const {
-  const Port& p = port(id);
   std::vector<Interface::QueueCounter::IntfQueueStat> out;
-  out.reserve(p.queues);
+  queueReadingInto(id, out);
+  return out;
+}
+
+void SimChip::queueReadingInto(Orvo::IntfId id,
+                               std::vector<Interface::QueueCounter::IntfQueueStat>& out) const {
+  const Port& p = port(id);
+  out.clear();
   const double active = activeSeconds(p);
   auto v = [&](size_t i) { return p.counters[i].value(active); };
   // The queue count is kept, not derived from the counter count: VLAN
@@ -198,7 +204,6 @@ std::vector<Interface::QueueCounter::IntfQueueStat> SimChip::queueReading(Orvo::
     size_t b = kFirstQueue + 4 * q;
     out.emplace_back(0, v(b), v(b + 1), v(b + 2), v(b + 3));
   }
-  return out;
 }
 
 uint64_t SimChip::aclDropCount(Orvo::IntfId id) const { return counter(port(id), kAclDrops); }

@@ -65,6 +65,9 @@ class SimChip {
                    Interface::EthStatistics& eth) const;
   // Raw absolute queue totals (octets include 20 octets of line overhead per packet).
   std::vector<Interface::QueueCounter::IntfQueueStat> queueReading(Orvo::IntfId id) const;
+  // As queueReading(id), into `out`, whose storage a poller reuses from poll to poll.
+  void queueReadingInto(Orvo::IntfId id,
+                        std::vector<Interface::QueueCounter::IntfQueueStat>& out) const;
   uint64_t aclDropCount(Orvo::IntfId id) const;
   void vlanIntfReading(Orvo::IntfId id, Interface::IntfStatistics& stats,
                        std::array<uint64_t, 4>& extra) const;

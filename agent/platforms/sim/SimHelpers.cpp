@@ -87,7 +87,8 @@ Interface::QueueCounter::IntfQueueCounter SimCountersHelper::intfQueueCountersRe
     Orvo::IntfId intfId, const Zat::Ptr<VornTypes::IntfQueueCounters>& scratch) {
   catchUp(chip_);
   ++polls_;
-  auto now = chip_->queueReading(intfId);
+  std::vector<Interface::QueueCounter::IntfQueueStat>& now = queueScratch_;
+  chip_->queueReadingInto(intfId, now);
   Interface::QueueCounter::IntfQueueCounter reading(intfId);
   for (size_t q = 0; q < now.size(); ++q) {
     auto stat = now[q];
@@ -101,7 +102,7 @@ Interface::QueueCounter::IntfQueueCounter SimCountersHelper::intfQueueCountersRe
     }
     reading.intfQueueStatIs(Interface::QueueCounter::QueueIndex(static_cast<uint8_t>(q)), stat);
   }
-  scratch->previous = now;
+  scratch->previous.assign(now.begin(), now.end());
   return reading;
 }
 
@@ -140,8 +141,7 @@ void SimVlanCountersHelper::vlanCountersRead(Bridging::VlanId vlanId,
   ++polls_;
   const double active = chip_->vlanActiveSeconds();
   const size_t v = vlanId & 0xfff;
-  if (!enabled_[v]) {
-    enabled_[v] = true;
+  if (lastActive_[v] == kNotEnabled) {
     ++enabledCount_;
     lastActive_[v] = active;
   }
@@ -158,8 +158,7 @@ bool SimVlanCountersHelper::vlanCountersEnable(Bridging::VlanId vlanId) {
   catchUp(chip_);
   // Idempotent: a VLAN already counting keeps its last reading.
   const size_t v = vlanId & 0xfff;
-  if (!enabled_[v]) {
-    enabled_[v] = true;
+  if (lastActive_[v] == kNotEnabled) {
     ++enabledCount_;
     lastActive_[v] = chip_->vlanActiveSeconds();
   }

@@ -54,6 +54,8 @@ class SimCountersHelper : public VornHelper::VornHelperCountersSm {
   std::unique_ptr<Brim::TableWriter<Published::CoppClassCounter>> coppTable_;
   std::set<Orvo::IntfId> initialized_;
   std::set<Orvo::IntfId> cpuPorts_;
+  // The chip's queue reading of the current poll; its storage serves every poll.
+  std::vector<Interface::QueueCounter::IntfQueueStat> queueScratch_;
   uint64_t polls_ = 0;
 };
 
@@ -70,15 +72,14 @@ class SimVlanCountersHelper : public VornHelper::VornVlanCountersHelper {
   size_t enabledVlans() const { return enabledCount_; }
 
  private:
-  explicit SimVlanCountersHelper(SimChip* chip)
-      : chip_(chip), lastActive_(4096, 0.0), enabled_(4096, false) {}
+  explicit SimVlanCountersHelper(SimChip* chip) : chip_(chip), lastActive_(4096, kNotEnabled) {}
   SimChip* chip_;
   // When each VLAN was read last, as the chip's counting time, indexed by VLAN
   // number; the chip gives that reading again from the time alone, so eight bytes
-  // per VLAN stand for the whole reading. Enabling a VLAN starts it at the
-  // current count.
+  // per VLAN stand for the whole reading, and for whether the VLAN counts at all
+  // (kNotEnabled). Enabling a VLAN starts it at the current count.
+  static constexpr double kNotEnabled = -1.0;
   std::vector<double> lastActive_;
-  std::vector<bool> enabled_;
   size_t enabledCount_ = 0;
   uint64_t polls_ = 0;
 };
