@@ -305,13 +305,15 @@ inline Lanes wordLanes(const unsigned char* bytes, size_t words, unsigned char* 
 
 // Checksum of a slot: its key, state word and record of `words` 8-byte words.
 // With `copyTo`, the record is copied there in the same pass.
-inline uint64_t slotChecksum(uint64_t keyBits, uint64_t state, const unsigned char* record,
-                             size_t words, unsigned char* copyTo = nullptr) {
-  const Lanes lanes = wordLanes(record, words, copyTo);
+inline uint64_t slotChecksum(uint64_t keyBits, uint64_t state, const Lanes& lanes) {
   const uint64_t rotated =
       lanes.rotated ^ rotl64(keyBits, kKeyRotation) ^ rotl64(state, kStateRotation);
   const uint64_t added = lanes.added + keyBits * kKeyWeight + state * kStateWeight;
   return rotated ^ added;
+}
+inline uint64_t slotChecksum(uint64_t keyBits, uint64_t state, const unsigned char* record,
+                             size_t words, unsigned char* copyTo = nullptr) {
+  return slotChecksum(keyBits, state, wordLanes(record, words, copyTo));
 }
 
 // What an empty slot holds besides its state: key, checksum and record all zero
@@ -433,6 +435,18 @@ inline void loadRecordWords(unsigned char* out, const uint64_t* slotRecord, size
   }
 #else
   std::memcpy(out, slotRecord, 8 * words);
+#endif
+}
+// As loadRecordWords, also returning the lanes of the words copied: a reader checks
+// the record's checksum without a second pass over it. The lanes are of the very
+// words copied, so a copy torn by a concurrent write fails its checksum as before.
+inline Lanes loadRecordWordsWithLanes(unsigned char* out, const uint64_t* slotRecord,
+                                      size_t words) {
+#if defined(__SANITIZE_THREAD__)
+  loadRecordWords(out, slotRecord, words);
+  return wordLanes(out, words);
+#else
+  return wordLanes(reinterpret_cast<const unsigned char*>(slotRecord), words, out);
 #endif
 }
 static_assert(std::atomic_ref<uint64_t>::is_always_lock_free);

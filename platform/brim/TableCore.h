@@ -31,6 +31,7 @@ struct SlotImage {
   uint64_t state;
   uint64_t checksum;
   bool payloadRead;
+  Layout::Lanes lanes{};  // of the record words read, when payloadRead
 };
 
 // The header's live words, as the writer last published them.
@@ -201,7 +202,8 @@ SlotImage TableCore::readSlot(uint32_t slot, unsigned char* payload,
                       Layout::loadWord(w[Layout::kStateWord]),
                       Layout::loadWord(w[Layout::kChecksumWord]), false};
       if (payload != nullptr && wantPayload(image.key, image.state)) {
-        Layout::loadRecordWords(payload, w + Layout::kSlotHeaderWords, recordWords_);
+        image.lanes =
+            Layout::loadRecordWordsWithLanes(payload, w + Layout::kSlotHeaderWords, recordWords_);
         image.payloadRead = true;
       }
       // Orders the loads above before the re-check: if any of them saw a newer write,
@@ -311,7 +313,10 @@ inline void TableCore::checkPlacement(uint32_t slot, uint64_t key, uint32_t limi
 
 inline void TableCore::checkPayload(uint32_t slot, const SlotImage& image,
                                     const unsigned char* payload) const {
-  const uint64_t expected = Layout::slotChecksum(image.key, image.state, payload, recordWords_);
+  // The lanes come with the read; only a caller's own payload needs a pass of its own.
+  const uint64_t expected =
+      image.payloadRead ? Layout::slotChecksum(image.key, image.state, image.lanes)
+                        : Layout::slotChecksum(image.key, image.state, payload, recordWords_);
   if (expected != image.checksum) [[unlikely]] {
     corruption(describeSlot(slot, image.key) + " fails its checksum");
   }
