@@ -22,7 +22,8 @@ constexpr std::uint64_t kCalibrationNs = 1'000'000;
 bool cpuHasInvariantTsc() noexcept {
 #if defined(__x86_64__)
   unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-  if (__get_cpuid_max(0x80000000u, nullptr) < 0x80000007u) return false;
+  // One compiler's header declares the result signed, the other's unsigned.
+  if (static_cast<unsigned>(__get_cpuid_max(0x80000000u, nullptr)) < 0x80000007u) return false;
   if (!__get_cpuid(0x80000007u, &eax, &ebx, &ecx, &edx)) return false;
   return (edx & (1u << 8)) != 0;
 #else
