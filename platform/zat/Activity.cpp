@@ -7,11 +7,17 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "nimlog/Ticks.h"
+
 namespace Zat {
 
 namespace {
 // How late the real-time loop may fire a timer, in seconds.
 constexpr double kTimerSlack = 0.002;
+// The longest the loop thread extrapolates real time from one clock read. The
+// tick rate is known to a few parts in a hundred thousand, so this bounds the
+// error to well under a microsecond.
+constexpr uint64_t kAnchorSpanNs = 5'000'000;
 
 // Real time is the wall clock at start plus steady elapsed time, so published
 // timestamps are meaningful to readers and never go backwards.
@@ -38,10 +44,29 @@ Ptr<Clock> ActivityManager::Config::clock() const {
   return clock_;
 }
 
-double ActivityManager::realNow() const {
+double ActivityManager::clockRealNow() const {
   const auto& b = realTimeBase();
   return b.wallStart +
          std::chrono::duration<double>(std::chrono::steady_clock::now() - b.steadyStart).count();
+}
+
+void ActivityManager::anchorIs() const {
+  anchorTicks_ = Nimlog::ticksNow();
+  anchorSeconds_ = std::max(clockRealNow(), lastLoopNow_);
+  lastLoopNow_ = anchorSeconds_;
+}
+
+double ActivityManager::realNow() const {
+  if (anchoredThread_.load(std::memory_order_relaxed) != std::this_thread::get_id()) {
+    return clockRealNow();
+  }
+  const uint64_t sinceNs = Nimlog::ticksToNs(Nimlog::ticksNow() - anchorTicks_);
+  if (sinceNs > kAnchorSpanNs) {
+    anchorIs();
+    return anchorSeconds_;
+  }
+  lastLoopNow_ = std::max(lastLoopNow_, anchorSeconds_ + static_cast<double>(sinceNs) * 1e-9);
+  return lastLoopNow_;
 }
 
 double ActivityManager::now() const { return simulated_ ? simNow_ : realNow(); }
@@ -102,6 +127,20 @@ void ActivityManager::fdDel(int fd) { fds_.erase(fd); }
 void ActivityManager::runFor(double seconds) {
   if (simulated_) throw std::logic_error("ActivityManager::runFor requires real time");
   stopRequested_ = false;
+  // Only where ticks are the TSC does extrapolating beat reading the clock.
+  const bool anchored = Nimlog::ticksAreTsc();
+  struct Anchoring {
+    ActivityManager& am;
+    bool on;
+    Anchoring(ActivityManager& m, bool anchored) : am(m), on(anchored) {
+      if (!on) return;
+      am.anchorIs();
+      am.anchoredThread_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    }
+    ~Anchoring() {
+      if (on) am.anchoredThread_.store(std::thread::id(), std::memory_order_relaxed);
+    }
+  } anchoring(*this, anchored);
   double end = now() + seconds;
   while (!stopRequested_ && now() < end) {
     fireDue();
@@ -115,6 +154,8 @@ void ActivityManager::runFor(double seconds) {
     for (const auto& [fd, cb] : fds_) pfds.push_back(pollfd{fd, POLLIN, 0});
     int ms = static_cast<int>(std::ceil(waitS * 1000.0));
     int n = ::poll(pfds.data(), pfds.size(), ms);
+    // The wait took an unknown time: read the clock once for what follows.
+    if (anchored) anchorIs();
     if (n > 0) {
       for (const auto& p : pfds) {
         if (!(p.revents & (POLLIN | POLLHUP | POLLERR))) continue;

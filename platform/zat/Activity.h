@@ -10,8 +10,11 @@
 // The component never reads the wall clock itself; it asks this manager.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <map>
+#include <thread>
 #include <vector>
 
 #include "zat/Clock.h"
@@ -62,6 +65,10 @@ class ActivityManager {
  private:
   Clock* earliestClock(double upTo) const;
   double realNow() const;
+  // Real time from the monotonic clock itself, on any thread.
+  double clockRealNow() const;
+  // Ties the loop thread's tick extrapolation to a fresh clock read.
+  void anchorIs() const;
   // Clocks register here; config_ (which owns the framework clock) is declared
   // after the registry so that it is destroyed first.
   std::vector<Clock*> clocks_;
@@ -71,6 +78,15 @@ class ActivityManager {
   double simNow_ = 0.0;
   bool stopRequested_ = false;
   uint64_t armSequence_ = 0;
+  // While the real-time loop runs on a machine whose ticks are the TSC, its own
+  // thread reads real time as the last clock read (the anchor) plus the ticks
+  // since: a handful of nanoseconds where a clock read costs tens, several times
+  // per poll. The loop re-anchors after each wait and every few milliseconds, and
+  // never lets time go back. Other threads read the clock as before.
+  std::atomic<std::thread::id> anchoredThread_{};
+  mutable uint64_t anchorTicks_ = 0;
+  mutable double anchorSeconds_ = 0.0;
+  mutable double lastLoopNow_ = 0.0;
 };
 
 ActivityManager* activityManager();

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -314,6 +316,51 @@ TEST(RealTimeLoop, StopFromAHandlerEndsTheLoopEarly) {
   am->runFor(2.0);
   EXPECT_EQ(log.size(), 1u);
   EXPECT_LT(am->now(), start + 1.0);
+}
+
+// The loop thread extrapolates real time from its last clock read; what it sees
+// must keep pace with the monotonic clock across re-reads and never step back.
+TEST(RealTimeLoop, LoopThreadTimeKeepsPaceWithTheMonotonicClockAndNeverGoesBack) {
+  auto* am = Zat::activityManager();
+  auto clock = Clock::ClockIs("realClock");
+  Log log;
+  auto t = Timer::TimerIs(clock, "t", &log);
+  double worstLag = 0;
+  bool wentBack = false;
+  size_t reads = 0;
+  t->action = [&] {
+    using Steady = std::chrono::steady_clock;
+    // A starting pair read close together, so that the two time bases line up.
+    Steady::time_point steady0;
+    double zat0 = 0;
+    do {
+      steady0 = Steady::now();
+      zat0 = Zat::System::currentTime();
+    } while (Steady::now() - steady0 > std::chrono::microseconds(2));
+    double last = zat0;
+    // 20 ms: several times the span after which the loop reads the clock again.
+    while (Steady::now() - steady0 < std::chrono::milliseconds(20)) {
+      const double before = std::chrono::duration<double>(Steady::now() - steady0).count();
+      const double zat = Zat::System::currentTime() - zat0;
+      const double after = std::chrono::duration<double>(Steady::now() - steady0).count();
+      if (zat + zat0 < last) wentBack = true;
+      last = zat + zat0;
+      // Inside the bracket of the two monotonic reads, give or take a few microseconds.
+      worstLag = std::max({worstLag, before - zat, zat - after});
+      ++reads;
+    }
+    am->stop();
+  };
+  t->timeMinIs(am->now() + 0.01);
+  am->runFor(2.0);
+  ASSERT_EQ(log.size(), 1u);
+  EXPECT_GT(reads, 100u);
+  EXPECT_FALSE(wentBack);
+  EXPECT_LT(worstLag, 20e-6);
+  // Off the loop, time is read from the clock as ever.
+  const double a = am->now();
+  const double b = am->now();
+  EXPECT_LE(a, b);
 }
 
 }  // namespace
