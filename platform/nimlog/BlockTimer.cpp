@@ -1,5 +1,6 @@
 #include "nimlog/BlockTimer.h"
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -23,15 +24,22 @@ Registry& registry() {
 }  // namespace
 
 BlockTimerStats BlockTimerCell::stats() const {
-  return BlockTimerStats{name_, count_.load(std::memory_order_relaxed),
-                         totalNs_.load(std::memory_order_relaxed),
-                         maxNs_.load(std::memory_order_relaxed)};
+  BlockTimerStats result{name_, shared_.count.load(std::memory_order_relaxed),
+                         shared_.totalNs.load(std::memory_order_relaxed),
+                         shared_.maxNs.load(std::memory_order_relaxed)};
+  if (!ownedResetPending_.load(std::memory_order_acquire)) {
+    result.count += owned_.count.load(std::memory_order_relaxed);
+    result.totalNs += owned_.totalNs.load(std::memory_order_relaxed);
+    result.maxNs = std::max(result.maxNs, owned_.maxNs.load(std::memory_order_relaxed));
+  }
+  return result;
 }
 
 void BlockTimerCell::reset() noexcept {
-  count_.store(0, std::memory_order_relaxed);
-  totalNs_.store(0, std::memory_order_relaxed);
-  maxNs_.store(0, std::memory_order_relaxed);
+  shared_.count.store(0, std::memory_order_relaxed);
+  shared_.totalNs.store(0, std::memory_order_relaxed);
+  shared_.maxNs.store(0, std::memory_order_relaxed);
+  ownedResetPending_.store(true, std::memory_order_release);
 }
 
 BlockTimerCell& blockTimerCell(const char* name) {

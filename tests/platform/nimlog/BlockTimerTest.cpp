@@ -1,5 +1,7 @@
 // Block timers: per-name count, total and maximum, and the handler entry macro.
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 #include "NimlogTestSupport.h"
 #include "nimlog/Decode.h"
@@ -84,6 +86,39 @@ TEST_F(BlockTimerTest, ListsEveryNameInNameOrderAndResetZeroesThem) {
   EXPECT_EQ(Nimlog::blockTimerStatsOf("timedThrow"), (BlockTimerStats{"timedThrow", 0, 0, 0}));
   timedWork(5);
   EXPECT_EQ(Nimlog::blockTimerStatsOf("timedWork"), (BlockTimerStats{"timedWork", 1, 5, 5}));
+}
+
+TEST(BlockTimerCellTest, OwnerAndOtherThreadsAddUpExactly) {
+  Nimlog::BlockTimerCell cell("shared");
+  cell.add(10);  // this thread becomes the owner
+  std::vector<std::thread> others;
+  for (int t = 0; t < 4; ++t) {
+    others.emplace_back([&cell, t] {
+      for (int i = 0; i < 10000; ++i) cell.add(1);
+      cell.add(static_cast<std::uint64_t>(500 + t));
+    });
+  }
+  for (int i = 0; i < 10000; ++i) cell.add(2);  // the owner keeps adding meanwhile
+  for (std::thread& t : others) t.join();
+  EXPECT_EQ(cell.stats(),
+            (BlockTimerStats{"shared", 1 + 10000 + 4 * 10001,
+                             10 + 2 * 10000 + 4 * 10000 + 500 + 501 + 502 + 503, 503}));
+}
+
+TEST(BlockTimerCellTest, ResetFromAnotherThreadClearsTheOwnersFiguresForGood) {
+  Nimlog::BlockTimerCell cell("owned");
+  cell.add(100);
+  cell.add(300);
+  std::thread([&cell] { cell.reset(); }).join();
+  EXPECT_EQ(cell.stats(), (BlockTimerStats{"owned", 0, 0, 0}));
+  cell.add(7);
+  EXPECT_EQ(cell.stats(), (BlockTimerStats{"owned", 1, 7, 7}));
+  std::thread([&cell] { cell.add(9); }).join();
+  EXPECT_EQ(cell.stats(), (BlockTimerStats{"owned", 2, 16, 9}));
+  cell.reset();
+  EXPECT_EQ(cell.stats(), (BlockTimerStats{"owned", 0, 0, 0}));
+  cell.add(1);
+  EXPECT_EQ(cell.stats(), (BlockTimerStats{"owned", 1, 1, 1}));
 }
 
 TEST_F(BlockTimerTest, HandlerMacroRecordsEntryAndTimesTheHandler) {
