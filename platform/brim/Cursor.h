@@ -52,11 +52,8 @@ class Cursor {
       uint64_t key = 0;
       const std::optional<uint32_t> slot = core_->nextLive(position_, bytes, key, walk_);
       if (!slot) return false;
-      if (Traits::keyBits(std::launder(reinterpret_cast<const Record*>(bytes))->key()) != key)
-          [[unlikely]] {
-        core_->corruption("slot " + std::to_string(*slot) +
-                          " holds a record whose key differs from the slot's key");
-      }
+      core_->checkRecordKey(
+          *slot, key, Traits::keyBits(std::launder(reinterpret_cast<const Record*>(bytes))->key()));
       lastSlot_ = *slot;
       return true;
     } catch (const Pontil::CorruptionDetectedException&) {

@@ -115,6 +115,14 @@ class TableCore {
 
   // Raises CorruptionDetectedException("table <name>: <what>").
   [[noreturn]] void corruption(const std::string& what) const;
+  // A record read from `slot` carries the slot's key (`slotKey`) in its own fields
+  // too (`recordKey`); raises the corruption report when it does not.
+  void checkRecordKey(uint32_t slot, uint64_t slotKey, uint64_t recordKey) const {
+    if (recordKey != slotKey) [[unlikely]] {
+      corruption("slot " + std::to_string(slot) +
+                 " holds a record whose key differs from the slot's key");
+    }
+  }
 
  protected:
   TableCore(SharedObject object, std::string name, const Layout::TableHeader& fixed, bool writer);

@@ -97,11 +97,8 @@ class TableView {
 
   // A record read from `slot` of key `bits` carries that key in its own fields too.
   void checkRecordKey(uint32_t slot, uint64_t bits, const unsigned char* bytes) const {
-    if (Traits::keyBits(std::launder(reinterpret_cast<const Record*>(bytes))->key()) != bits)
-        [[unlikely]] {
-      core_->corruption("slot " + std::to_string(slot) +
-                        " holds a record whose key differs from the slot's key");
-    }
+    core_->checkRecordKey(
+        slot, bits, Traits::keyBits(std::launder(reinterpret_cast<const Record*>(bytes))->key()));
   }
 
   std::unique_ptr<detail::TableCore> core_;

@@ -14,6 +14,7 @@
 
 #include "BrimTestSupport.h"
 #include "interface/EthIntfCounterBrim.h"
+#include "support/ErrorText.h"
 #include "tables/CounterTables.h"
 
 namespace {
@@ -444,6 +445,47 @@ TEST(BrimIntegrity, AgentTableInPlacePassReplacesARecordForgedDuringIt) {
     EXPECT_EQ(recordWord(*got, 5), 7u) << port;
   }
   EXPECT_TRUE(reader->validate().empty());
+}
+
+// A forger who names another key inside a record and makes its checksum match
+// still cannot have the slot hand that record out: every way of reading the slot
+// compares the record's own key with the slot's.
+TEST(BrimIntegrity, RecordNamingAnotherKeyThanItsSlotIsReportedByEveryRead) {
+  ScratchTable t;
+  auto writer = TableWriter<CounterRecord>::open(t.ns(), t.table(), 64);
+  for (uint64_t k = 1; k <= 4; ++k) writer->put(CounterRecord::make(k, k));
+  std::optional<TableWriter<CounterRecord>::Slot> remembered;
+  CounterRecord out;
+  ASSERT_TRUE(writer->findAt(remembered, 3, out));
+
+  RawTable raw(t.name());
+  const uint32_t slot = *raw.liveSlotOf(keyBitsOf(CounterRecord::make(3, 3)));
+  uint64_t* w = raw.slot(slot);
+  w[Brim::Layout::kSlotHeaderWords] = 2;  // the record's own id now names key 2
+  w[Brim::Layout::kChecksumWord] = Brim::Layout::slotChecksum(
+      w[Brim::Layout::kKeyWord], w[Brim::Layout::kStateWord],
+      reinterpret_cast<const unsigned char*>(w + Brim::Layout::kSlotHeaderWords),
+      sizeof(CounterRecord) / 8);
+  const std::string expected = "table " + t.name() + ": slot " + std::to_string(slot) +
+                               " holds a record whose key differs from the slot's key";
+
+  using Pontil::CorruptionDetectedException;
+  auto reader = TableReader<CounterRecord>::open(t.ns(), t.table());
+  EXPECT_EQ(VornTest::messageOf<CorruptionDetectedException>([&] { (void)reader->find(3); }),
+            expected);
+  EXPECT_EQ(VornTest::messageOf<CorruptionDetectedException>(
+                [&] { (void)writer->findAt(remembered, 3, out); }),
+            expected);
+  EXPECT_EQ(VornTest::messageOf<CorruptionDetectedException>([&] {
+              auto cursor = reader->cursor();
+              while (cursor.next()) {
+              }
+            }),
+            expected);
+  // The key the record names is still read from its own slot, unaltered.
+  const std::optional<CounterRecord> two = reader->find(2);
+  ASSERT_TRUE(two.has_value());
+  EXPECT_TRUE(sameBytes(*two, CounterRecord::make(2, 2)));
 }
 
 TEST(BrimIntegrity, WalksDuringInsertsAndDeletesDoNotCountFalsely) {
