@@ -91,19 +91,14 @@ inline void record(Ring& ring, std::uint64_t timestampNs, MessageId id, std::uin
 //   NIMLOG_RECORD("VornCountersSm", "queue index out of range", queue, count);
 // `module` and `text` are string constants (they are read once, when the site first
 // records); up to four integer or enum arguments follow, stored as 64-bit unsigned
-// values and evaluated only while a file is open.
-#define NIMLOG_RECORD(module, text, ...) \
-  NIMLOG_RECORD_AT_(::Nimlog::nowNs(), module, text __VA_OPT__(, ) __VA_ARGS__)
-
-// NIMLOG_RECORD with the record's time given. `timestampNs` is evaluated only while a
-// file is open.
-#define NIMLOG_RECORD_AT_(timestampNs, module, text, ...)                                        \
+// values and evaluated, like the record's time, only while a file is open.
+#define NIMLOG_RECORD(module, text, ...)                                                         \
   do {                                                                                           \
     if (::Nimlog::detail::Ring* nimlogRing_ =                                                    \
             ::Nimlog::detail::activeRing.load(std::memory_order_acquire)) {                      \
       static const ::Nimlog::MessageId nimlogId_ =                                               \
           ::Nimlog::registerMessage(module, __LINE__, text);                                     \
-      ::Nimlog::detail::record(*nimlogRing_, timestampNs, nimlogId_,                             \
+      ::Nimlog::detail::record(*nimlogRing_, ::Nimlog::nowNs(), nimlogId_,                       \
                                static_cast<std::uint32_t>(__LINE__) __VA_OPT__(, ) __VA_ARGS__); \
     }                                                                                            \
   } while (0)
