@@ -30,6 +30,9 @@ constexpr size_t kVlanIntfExtra = kFirstQueue;
 constexpr double kQueueOverheadOctets = 20.0;
 // Packet-size mix: 40% 64 octets, 30% 512, 30% 1500.
 constexpr double kAvgPacketBytes = 0.4 * 64 + 0.3 * 512 + 0.3 * 1500;
+// Per packet of a direction: octets, then the unicast, multicast and broadcast
+// shares. Ports and VLANs derive their first four counters of each direction so.
+constexpr double kTrafficShares[4] = {kAvgPacketBytes, 0.90, 0.08, 0.02};
 
 RateCounter rc(double rate) { return RateCounter{rate, 0}; }
 }  // namespace
@@ -46,15 +49,15 @@ SimChip::SimChip(const Topology& topology) : topology_(topology) {
     p.traffic.inPps = speed * inShare / (8 * kAvgPacketBytes);
     p.traffic.outPps = speed * outShare / (8 * kAvgPacketBytes);
     double in = p.traffic.inPps, out = p.traffic.outPps;
-    p.counters = {rc(in * kAvgPacketBytes),
-                  rc(in * 0.90),
-                  rc(in * 0.08),
-                  rc(in * 0.02),
+    p.counters = {rc(in * kTrafficShares[0]),
+                  rc(in * kTrafficShares[1]),
+                  rc(in * kTrafficShares[2]),
+                  rc(in * kTrafficShares[3]),
                   rc(in * 1e-4),
-                  rc(out * kAvgPacketBytes),
-                  rc(out * 0.90),
-                  rc(out * 0.08),
-                  rc(out * 0.02),
+                  rc(out * kTrafficShares[0]),
+                  rc(out * kTrafficShares[1]),
+                  rc(out * kTrafficShares[2]),
+                  rc(out * kTrafficShares[3]),
                   rc(out * 1e-4),
                   rc(in * 1e-6),
                   rc(in * 2e-7),
@@ -224,11 +227,9 @@ std::array<uint64_t, 8> SimChip::vlanReadingAt(uint16_t vlan, double active) con
   std::array<uint64_t, 8> out{};
   if (vlan == 0 || vlan >= vlans_.size()) return out;
   const VlanTraffic& v = vlans_[vlan];
-  // The shares of a port's octet, unicast, multicast and broadcast counters.
-  const double shares[4] = {kAvgPacketBytes, 0.90, 0.08, 0.02};
   for (size_t i = 0; i < 4; ++i) {
-    out[i] = RateCounter{v.inPps * shares[i], 0}.value(active);
-    out[4 + i] = RateCounter{v.outPps * shares[i], 0}.value(active);
+    out[i] = rc(v.inPps * kTrafficShares[i]).value(active);
+    out[4 + i] = rc(v.outPps * kTrafficShares[i]).value(active);
   }
   return out;
 }
