@@ -158,7 +158,8 @@ void IntfQueueCountersSm::updateCounters() {
   VornHelper::VornHelperCountersSm& helper = *platformHelper_;
   IntfQueueCounter reading = helper.intfQueueCountersRead(intfId_, prevCountersIs());
 
-  IntfQueueCounter copy = table.counterOrEmpty(intfId_, countersSlot_);
+  Interface::QueueCounter::AllIntfQueueCounters::RecordBuffer copyBuffer;
+  IntfQueueCounter& copy = table.counterOrEmptyIn(intfId_, countersSlot_, copyBuffer);
   double prevTime = copy.lastUpdateTime();
   bool clearOnRead = helper.queueCountersClearOnRead();
   double now = Zat::System::currentTime();

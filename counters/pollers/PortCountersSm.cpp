@@ -157,7 +157,9 @@ void PortCountersSm::updateCounters() {
   double t = clock_ ? clock_->now() : Zat::System::currentTime();
   platformHelper_->intfCountersRead(intfId_, newCounters, prev);
 
-  Interface::EthIntfCounterBrim entry = table.counterOrEmpty(intfId_, countersSlot_);
+  Interface::AllEthIntfCounterBrim::RecordBuffer entryBuffer;
+  Interface::EthIntfCounterBrim& entry =
+      table.counterOrEmptyIn(intfId_, countersSlot_, entryBuffer);
 
   // The helper promises these sums; a reading that breaks them is not published.
   const Interface::IntfStatistics& stats = newCounters->intfStats();

@@ -115,7 +115,9 @@ void VlanIntfCountersSm::updateCounters() {
   // them in place rather than taking references it would give back at once.
   if (!allVlanIntfCounters_) return;
   Interface::AllVlanIntfCounterBrim& table = *allVlanIntfCounters_;
-  Interface::VlanIntfCounterBrim entry = table.counterOrEmpty(intfId_, countersSlot_);
+  Interface::AllVlanIntfCounterBrim::RecordBuffer entryBuffer;
+  Interface::VlanIntfCounterBrim& entry =
+      table.counterOrEmptyIn(intfId_, countersSlot_, entryBuffer);
 
   const Zat::Ptr<VornTypes::VlanIntfCounters>& prev = prevCountersIs();
   const Zat::Ptr<VornTypes::VlanIntfCounters>& newCounters = freshReading(

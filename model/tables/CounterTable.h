@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 
 #include "brim/Brim.h"
@@ -53,11 +54,16 @@ class CounterTable : public Zat::PtrInterface {
   // writing its one record skip the hash probe. Never wrong, only stale: a record
   // moved or deleted meanwhile is found by a full look-up, as without it.
   using Slot = std::optional<typename TableWriter<Record>::Slot>;
-  // counterOrEmpty(key) through the poller's remembered slot.
-  Record counterOrEmpty(const Key& key, Slot& slot) const {
-    Record r(key);
-    writer_->findAt(slot, key, r);  // a miss leaves the empty record
-    return r;
+  // Storage for one record, left uninitialized: a poll's working copy.
+  using RecordBuffer = typename Brim::RecordTraits<Record>::Buffer;
+  // counterOrEmpty(key) through the poller's remembered slot, built in `buffer`: a
+  // hit copies the record straight from the table, with no zeroed record first to
+  // overwrite (a queue record is over a kilobyte). Valid while `buffer` lives.
+  Record& counterOrEmptyIn(const Key& key, Slot& slot, RecordBuffer& buffer) const {
+    if (!writer_->findAtInto(slot, key, buffer.bytes)) {
+      ::new (static_cast<void*>(buffer.bytes)) Record(key);
+    }
+    return buffer.record();
   }
   // counterIs(record) through the poller's remembered slot.
   void counterIs(const Record& record, Slot& slot) { writer_->putAt(slot, record); }

@@ -73,8 +73,11 @@ class TableWriter : public TableView<Record> {
   // the key live. Otherwise a full look-up, which points the handle at the key's slot
   // (or empties it on a miss). `slot` must be empty or a handle of `key`.
   bool findAt(std::optional<Slot>& slot, const Key& key, Record& out) const {
+    return findAtInto(slot, key, Traits::bytes(out));
+  }
+  // As findAt(), into the bytes of a record; after a miss they are unspecified.
+  bool findAtInto(std::optional<Slot>& slot, const Key& key, unsigned char* bytes) const {
     const uint64_t bits = Traits::keyBits(key);
-    unsigned char* bytes = Traits::bytes(out);
     if (slot && Traits::keyBits(slot->key_) == bits &&
         this->core_->readAt(slot->slot_, bits, bytes)) {
       this->checkRecordKey(slot->slot_, bits, bytes);
