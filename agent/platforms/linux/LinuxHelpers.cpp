@@ -59,7 +59,7 @@ void LinuxCountersHelper::read(Orvo::IntfId intfId, Interface::IntfStatistics& i
       r.raw = raw;
       r.rawEth = rawEth;
       try {
-        keptTable_->put(r);
+        keptTable_->putAt(m.keptSlot, r);
       } catch (const std::exception&) {
         // A full or damaged table costs the exact restart, not the poll.
       }
@@ -121,21 +121,26 @@ Interface::QueueCounter::IntfQueueCounter LinuxCountersHelper::intfQueueCounters
   if (!qs) return reading;  // nothing counted since: the totals stay
   // The scratch remembers which device its previous values came from; a new
   // device starts from zero.
-  if (scratch->previousAggregate1 != static_cast<uint64_t>(ifIndex)) scratch->previous.clear();
-  std::vector<IntfQueueStat> now;
+  std::vector<IntfQueueStat>& previous = scratch->previous;
+  if (scratch->previousAggregate1 != static_cast<uint64_t>(ifIndex)) previous.clear();
   size_t n = std::min<size_t>(qs->size(), Interface::QueueCounter::IntfQueueCounter::kMaxQueues);
   for (size_t q = 0; q < n; ++q) {
     const QueueStat& c = (*qs)[q];
-    IntfQueueStat prev;
-    if (q < scratch->previous.size()) prev = scratch->previous[q];
+    const IntfQueueStat prev = q < previous.size() ? previous[q] : IntfQueueStat();
     // Drop octets are not counted by the kernel's queue statistics.
     IntfQueueStat inc(0, queueIncrement(c.bytes, prev.txOctets(), true),
                       queueIncrement(c.packets, prev.txPkts(), c.packets64), 0,
                       queueIncrement(c.drops, prev.dropPkts(), false));
     reading.intfQueueStatIs(QueueIndex(static_cast<uint8_t>(q)), inc);
-    now.push_back(IntfQueueStat(0, c.bytes, c.packets, 0, c.drops));
+    // Kept in place: the scratch's storage serves every poll of the interface.
+    const IntfQueueStat now(0, c.bytes, c.packets, 0, c.drops);
+    if (q < previous.size()) {
+      previous[q] = now;
+    } else {
+      previous.push_back(now);
+    }
   }
-  scratch->previous = std::move(now);
+  previous.resize(n);
   scratch->previousAggregate1 = static_cast<uint64_t>(ifIndex);
   return reading;
 }

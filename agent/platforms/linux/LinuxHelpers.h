@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
@@ -80,6 +81,9 @@ class LinuxCountersHelper : public VornHelper::VornHelperCountersSm {
     bool seen = false;
     Interface::IntfStatistics lastRaw, offset;
     Interface::EthStatistics lastRawEth, offsetEth;
+    // Where this interface's kept reading sits, so that each poll's write skips
+    // the look-up.
+    std::optional<Brim::TableWriter<KeptReading>::Slot> keptSlot;
   };
   // The reading of `intfId` now (offset + kernel values), or the last one.
   void read(Orvo::IntfId intfId, Interface::IntfStatistics& intf, Interface::EthStatistics& eth);

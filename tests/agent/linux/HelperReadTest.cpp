@@ -91,4 +91,44 @@ TEST_F(LinuxHelperTest, QueueReadingsAreIncrementsAcrossAQdiscReset) {
   EXPECT_FALSE(helper->aclDropCountersSupported());
 }
 
+TEST_F(LinuxHelperTest, QueueReadingsFollowAChangingQueueCountAndANewDevice) {
+  auto scratch = VornTypes::IntfQueueCounters::IntfQueueCountersIs();
+  using Interface::QueueCounter::QueueIndex;
+  auto txOf = [&](const Interface::QueueCounter::IntfQueueCounter& r, uint8_t q) {
+    return std::make_pair(r.intfQueueStat(QueueIndex(q)).txOctets(),
+                          r.intfQueueStat(QueueIndex(q)).txPkts());
+  };
+  using Pair = std::pair<uint64_t, uint64_t>;
+  stats.snapshotIs(
+      {},
+      {{5, {QueueStat{100, 1, true, 0}, QueueStat{200, 2, true, 0}, QueueStat{300, 3, true, 0}}}},
+      now());
+  auto r = helper->intfQueueCountersRead(id, scratch);
+  ASSERT_EQ(r.intfQueueStatArray().size(), 3u);
+  EXPECT_EQ(txOf(r, 2), (Pair{300, 3}));
+  // The root now has two queues: the third one's last values are forgotten.
+  advanceBy(1.0);
+  stats.snapshotIs({}, {{5, {QueueStat{150, 2, true, 0}, QueueStat{260, 4, true, 0}}}}, now());
+  r = helper->intfQueueCountersRead(id, scratch);
+  ASSERT_EQ(r.intfQueueStatArray().size(), 2u);
+  EXPECT_EQ(txOf(r, 0), (Pair{50, 1}));
+  EXPECT_EQ(txOf(r, 1), (Pair{60, 2}));
+  // A third queue again counts from zero, not from what the old one had.
+  advanceBy(1.0);
+  stats.snapshotIs(
+      {},
+      {{5, {QueueStat{170, 3, true, 0}, QueueStat{280, 5, true, 0}, QueueStat{340, 6, true, 0}}}},
+      now());
+  r = helper->intfQueueCountersRead(id, scratch);
+  EXPECT_EQ(txOf(r, 0), (Pair{20, 1}));
+  EXPECT_EQ(txOf(r, 2), (Pair{340, 6}));
+  // Another device behind the same id starts every queue from zero.
+  advanceBy(1.0);
+  ifIndex = 9;
+  stats.snapshotIs({}, {{9, {QueueStat{500, 10, true, 0}}}}, now());
+  r = helper->intfQueueCountersRead(id, scratch);
+  ASSERT_EQ(r.intfQueueStatArray().size(), 1u);
+  EXPECT_EQ(txOf(r, 0), (Pair{500, 10}));
+}
+
 }  // namespace
