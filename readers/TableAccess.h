@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -55,14 +56,23 @@ std::unique_ptr<Brim::TableReader<Record>> openOptionalTable(const std::string& 
 // one-line error naming `what`.
 template <class Record>
 std::vector<Record> readAll(const Brim::TableReader<Record>& table, const std::string& what) {
-  std::vector<Record> out;
+  std::vector<Record> walked;
   try {
-    table.forEach([&](const Record& r) { out.push_back(r); });
+    // Sized once: a port record is over 400 bytes, and every regrowth copies them all.
+    walked.reserve(table.size());
+    table.forEach([&](const Record& r) { walked.push_back(r); });
   } catch (const Pontil::CorruptionDetectedException& e) {
     throw ReadError("table " + what + " is damaged: " + e.what());
   }
-  std::sort(out.begin(), out.end(),
-            [](const Record& a, const Record& b) { return a.key() < b.key(); });
+  // Sorted by position rather than by moving records about: each record is then
+  // copied once more, where a sort of the records themselves swaps them many times.
+  std::vector<uint32_t> order(walked.size());
+  for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(),
+            [&](uint32_t a, uint32_t b) { return walked[a].key() < walked[b].key(); });
+  std::vector<Record> out;
+  out.reserve(walked.size());
+  for (const uint32_t i : order) out.push_back(walked[i]);
   return out;
 }
 

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #if defined(__x86_64__)
+#include <cpuid.h>
 #include <immintrin.h>
 #endif
 
@@ -276,10 +277,27 @@ __attribute__((target("avx2,avx512f,avx512vl"))) inline Lanes wordLanesWide(
   return Lanes{x0 ^ rotl64(x1, 1), kEvenWeight * (a0 + 2 * b0) + kOddWeight * (a1 + 2 * b1)};
 }
 
+// Whether the processor has AVX-512 F and VL and the kernel saves their registers.
+// Asked of the processor directly, on first use: the compiler's own feature probe runs
+// in every program and library that uses it at load time and asks many questions, each
+// of which costs a trap in a virtual machine, so a short-lived reader paid for it on
+// every start.
 inline bool wideLanesAvailable() {
   static const bool available = [] {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl");
+    constexpr unsigned kOsXsave = 1u << 27;   // leaf 1, ecx
+    constexpr unsigned kAvx512F = 1u << 16;   // leaf 7, ebx
+    constexpr unsigned kAvx512Vl = 1u << 31;  // leaf 7, ebx
+    constexpr unsigned kAvx512State = 0xe6;   // XCR0: SSE, AVX, opmask, both ZMM halves
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    // One compiler's header declares the result signed, the other's unsigned.
+    if (static_cast<unsigned>(__get_cpuid_max(0, nullptr)) < 7) return false;
+    __cpuid(1, eax, ebx, ecx, edx);
+    if ((ecx & kOsXsave) == 0) return false;
+    unsigned xcr0 = 0, xcr0High = 0;
+    __asm__("xgetbv" : "=a"(xcr0), "=d"(xcr0High) : "c"(0));
+    if ((xcr0 & kAvx512State) != kAvx512State) return false;
+    __cpuid_count(7, 0, eax, ebx, ecx, edx);
+    return (ebx & kAvx512F) != 0 && (ebx & kAvx512Vl) != 0;
   }();
   return available;
 }

@@ -285,6 +285,15 @@ TEST(BrimIntegrity, WideLanesGiveThePortableLanesForEveryLengthAndCopyExactly) {
   }
 }
 
+// The tables' own processor probe must agree with the compiler's, which also checks
+// that the kernel saves the wide registers.
+TEST(BrimIntegrity, WideLanesProbeAgreesWithTheCompilersFeatureProbe) {
+  __builtin_cpu_init();
+  const bool compilers =
+      __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512vl") != 0;
+  EXPECT_EQ(Brim::Layout::wideLanesAvailable(), compilers);
+}
+
 TEST(BrimIntegrity, WideLanesNeverTouchTheBytesAfterTheRecord) {
   if (!Brim::Layout::wideLanesAvailable()) GTEST_SKIP() << "skipped: no AVX-512VL on this CPU";
   // A record that ends where the mapping ends: any read past it would fault.
