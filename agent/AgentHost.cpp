@@ -52,15 +52,6 @@ double rssMiB() {
   return resident * (sysconf(_SC_PAGESIZE) / 1048576.0);
 }
 
-struct ChildCounter : Zat::Describer {
-  std::string collection;
-  size_t count = 0;
-  void attribute(std::string_view, const std::string&) override {}
-  void child(std::string_view c, const std::string&, const Zat::PtrInterface*) override {
-    if (c == collection) ++count;
-  }
-};
-
 double parseSeconds(const std::string& text) {
   size_t used = 0;
   double v = 0;
@@ -252,9 +243,9 @@ std::string AgentHost::pollPeriodCommand(const std::vector<std::string>& words) 
 
 std::string AgentHost::statusLine() {
   uint64_t polls = platform_->polls();
-  ChildCounter ports;
-  ports.collection = "portCountersSm";
-  if (root_) root_->attributesDescribe(ports);
+  // Counted straight from the collection: describing the root would render every
+  // attribute of every poller as text, once per status line.
+  const size_t ports = root_ ? root_->portCountersSm().size() : 0;
   uint64_t handlerNs = 0;
   for (const auto& s : Nimlog::blockTimerStats()) handlerNs += s.totalNs;
   double cpu = cpuSeconds();
@@ -270,7 +261,7 @@ std::string AgentHost::statusLine() {
   std::ostringstream os;
   os.setf(std::ios::fixed);
   os.precision(2);
-  os << "interfaces " << ports.count << " vlans " << platform_->enabledVlans() << " polls " << polls
+  os << "interfaces " << ports << " vlans " << platform_->enabledVlans() << " polls " << polls
      << " handler-time " << handlerNs / 1e6 << " ms"
      << " cpu-per-poll-cycle " << cpuPerCycleMs << " ms rss " << rssMiB() << " MiB";
   std::string extra = platform_->statusText();
