@@ -59,7 +59,10 @@ std::vector<Record> readAll(const Brim::TableReader<Record>& table, const std::s
   std::vector<Record> walked;
   try {
     // Sized once: a port record is over 400 bytes, and every regrowth copies them all.
-    walked.reserve(table.size());
+    // The count comes from shared memory, so it only sizes up to a bound: a forged
+    // header must not make the reader allocate gigabytes before the walk finds it out.
+    constexpr size_t kReserveAtMost = 1 << 16;
+    walked.reserve(std::min(table.size(), kReserveAtMost));
     table.forEach([&](const Record& r) { walked.push_back(r); });
   } catch (const Pontil::CorruptionDetectedException& e) {
     throw ReadError("table " + what + " is damaged: " + e.what());
