@@ -23,8 +23,16 @@ namespace Nimlog {
 
 namespace detail {
 // A number that tells the calling thread from every other live thread; never 0.
+// On x86-64 Linux a thread's handle is its thread pointer, read inline here rather
+// than through a call into the C library on every measurement.
 inline std::uintptr_t threadToken() noexcept {
+#if defined(__x86_64__) && defined(__linux__)
+  std::uintptr_t self;
+  __asm__("mov %%fs:0, %0" : "=r"(self));
+  return self;
+#else
   return static_cast<std::uintptr_t>(::pthread_self());
+#endif
 }
 }  // namespace detail
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <string>
 
 #if defined(__x86_64__)
@@ -65,6 +66,7 @@ TickSource probeTickSource() noexcept {
   if (tsc1 <= tsc0) return source;  // a counter that stood still is no clock
   source.tsc = true;
   source.nsPerTick = static_cast<double>(ns1 - ns0) / static_cast<double>(tsc1 - tsc0);
+  source.nsPerTickFixed = static_cast<std::uint64_t>(std::ldexp(source.nsPerTick, 32) + 0.5);
 #endif
   return source;
 }

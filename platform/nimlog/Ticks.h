@@ -27,6 +27,9 @@ namespace detail {
 struct TickSource {
   bool tsc = false;        // ticks are TSC increments; otherwise monotonic nanoseconds
   double nsPerTick = 1.0;  // measured against the monotonic clock when `tsc`
+  // nsPerTick in 32.32 fixed point: every block timer converts a duration, and an
+  // integer multiply is a fraction of the conversions to and from a double.
+  std::uint64_t nsPerTickFixed = std::uint64_t{1} << 32;
 };
 
 // Whether TSC ticks can stand for time: the CPU says its TSC runs at a constant
@@ -59,7 +62,8 @@ inline std::uint64_t ticksNow() noexcept {
 inline std::uint64_t ticksToNs(std::uint64_t ticks) noexcept {
   const detail::TickSource& source = detail::tickSource();
   if (!source.tsc) return ticks;
-  return static_cast<std::uint64_t>(static_cast<double>(ticks) * source.nsPerTick);
+  return static_cast<std::uint64_t>((static_cast<unsigned __int128>(ticks) * source.nsPerTickFixed) >>
+                                    32);
 }
 
 // True when ticks are TSC increments on this machine.

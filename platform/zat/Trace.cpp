@@ -29,6 +29,7 @@ void recomputeAny(State& s) {
   bool any = s.wildcard >= 0;
   for (const auto& [m, l] : s.levels) any = any || l >= 0;
   gAnyEnabled.store(any, std::memory_order_relaxed);
+  detail::allQuiet.store(!any && gEnvChecked.load(), std::memory_order_relaxed);
 }
 
 void readEnvironmentOnce() {
@@ -40,6 +41,9 @@ void readEnvironmentOnce() {
       std::cerr << "ZAT_TRACE ignored: " << e.what() << "\n";
     }
   }
+  State& s = state();
+  std::lock_guard<std::mutex> lock(s.mutex);
+  recomputeAny(s);
 }
 }  // namespace
 
@@ -92,11 +96,15 @@ void configure(std::string_view settings) {
   }
 }
 
-bool enabled(std::string_view module, int lvl) {
+namespace detail {
+std::atomic<bool> allQuiet{false};
+
+bool enabledSlow(std::string_view module, int lvl) {
   if (!gEnvChecked.load(std::memory_order_relaxed)) readEnvironmentOnce();
   if (!gAnyEnabled.load(std::memory_order_relaxed)) return false;
   return level(module) >= lvl;
 }
+}  // namespace detail
 
 void sinkIs(Sink sink) {
   State& s = state();

@@ -6,6 +6,7 @@
 // Lines go to a sink, stderr by default; tests install a capturing sink.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -22,7 +23,16 @@ int level(std::string_view module);
 void reset();
 // Parses "mod=level,mod2=level" into levelIs calls; raises std::invalid_argument on bad text.
 void configure(std::string_view settings);
-bool enabled(std::string_view module, int level);
+namespace detail {
+// True once the environment has been read and no module is enabled: every trace
+// site of every handler asks, so that common answer needs no call and no lock.
+extern std::atomic<bool> allQuiet;
+bool enabledSlow(std::string_view module, int level);
+}  // namespace detail
+inline bool enabled(std::string_view module, int level) {
+  if (detail::allQuiet.load(std::memory_order_relaxed)) [[likely]] return false;
+  return detail::enabledSlow(module, level);
+}
 void sinkIs(Sink sink);
 // Restores the stderr sink.
 void sinkDel();
