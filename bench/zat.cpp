@@ -199,6 +199,20 @@ void BM_TraceDisabled(benchmark::State& state) {
 }
 BENCHMARK(BM_TraceDisabled);
 
+// The same site while another module is traced (say the tables' damage reports):
+// every handler's site asks again, and must not pay a locked look-up for it.
+void BM_TraceSiteWhileAnotherModuleIsTraced(benchmark::State& state) {
+  Zat::Trace::reset();
+  Zat::Trace::levelIs("Brim", 1);
+  int i = 0;
+  for (auto _ : state) {
+    ZAT_TRACE("VornCountersSm", 8, "handleIntf " << ++i);
+    benchmark::DoNotOptimize(i);
+  }
+  Zat::Trace::reset();
+}
+BENCHMARK(BM_TraceSiteWhileAnotherModuleIsTraced);
+
 }  // namespace
 
 BENCHMARK_MAIN();

@@ -62,8 +62,8 @@ inline std::uint64_t ticksNow() noexcept {
 inline std::uint64_t ticksToNs(std::uint64_t ticks) noexcept {
   const detail::TickSource& source = detail::tickSource();
   if (!source.tsc) return ticks;
-  return static_cast<std::uint64_t>((static_cast<unsigned __int128>(ticks) * source.nsPerTickFixed) >>
-                                    32);
+  return static_cast<std::uint64_t>(
+      (static_cast<unsigned __int128>(ticks) * source.nsPerTickFixed) >> 32);
 }
 
 // True when ticks are TSC increments on this machine.

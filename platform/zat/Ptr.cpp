@@ -8,30 +8,11 @@
 
 namespace Zat {
 
-namespace {
-std::atomic<bool> gThreadSafe{false};
+namespace detail {
+std::atomic<bool> threadSafeRefs{false};
 }
 
-void threadSafePtrsIs(bool on) { gThreadSafe.store(on, std::memory_order_relaxed); }
-bool threadSafePtrs() { return gThreadSafe.load(std::memory_order_relaxed); }
-
-void PtrInterface::newRef() const {
-  if (gThreadSafe.load(std::memory_order_relaxed)) {
-    std::atomic_ref<long>(refs_).fetch_add(1, std::memory_order_relaxed);
-  } else {
-    ++refs_;
-  }
-}
-
-void PtrInterface::deleteRef() const {
-  long left;
-  if (gThreadSafe.load(std::memory_order_relaxed)) {
-    left = std::atomic_ref<long>(refs_).fetch_sub(1, std::memory_order_acq_rel) - 1;
-  } else {
-    left = --refs_;
-  }
-  if (left == 0) const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
-}
+void threadSafePtrsIs(bool on) { detail::threadSafeRefs.store(on, std::memory_order_relaxed); }
 
 void PtrInterface::zeroReferencesIs(bool value) {
   if (!value) return;

@@ -8,6 +8,7 @@
 // which tools list and read attributes and invoke named operations.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -26,10 +27,14 @@ class Describer;
 class GenericValue;
 using GenericArgs = std::vector<GenericValue>;
 
+namespace detail {
+extern std::atomic<bool> threadSafeRefs;
+}
+
 // Reference counts are atomic only when this global switch is on; the agent
 // turns it on when objects are shared between threads. Default: off.
 void threadSafePtrsIs(bool on);
-bool threadSafePtrs();
+inline bool threadSafePtrs() { return detail::threadSafeRefs.load(std::memory_order_relaxed); }
 
 class PtrInterface {
  public:
@@ -61,8 +66,23 @@ class PtrInterface {
   // True while the object is being torn down or was marked for deletion.
   bool dying() const { return refs_ < 0 || zombie_; }
 
-  void newRef() const;
-  void deleteRef() const;
+  // Inline: every copy and release of a reference runs one, several per poll.
+  void newRef() const {
+    if (threadSafePtrs()) [[unlikely]] {
+      std::atomic_ref<long>(refs_).fetch_add(1, std::memory_order_relaxed);
+    } else {
+      ++refs_;
+    }
+  }
+  void deleteRef() const {
+    long left;
+    if (threadSafePtrs()) [[unlikely]] {
+      left = std::atomic_ref<long>(refs_).fetch_sub(1, std::memory_order_acq_rel) - 1;
+    } else {
+      left = --refs_;
+    }
+    if (left == 0) const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
+  }
 
   // Tells every registered, active notifiee that `attr` changed. `key` points at
   // the changed entry's key (its type is fixed by the attribute), or is null for

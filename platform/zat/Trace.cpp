@@ -29,6 +29,7 @@ void recomputeAny(State& s) {
   bool any = s.wildcard >= 0;
   for (const auto& [m, l] : s.levels) any = any || l >= 0;
   gAnyEnabled.store(any, std::memory_order_relaxed);
+  detail::levelGeneration.fetch_add(1, std::memory_order_release);
   detail::allQuiet.store(!any && gEnvChecked.load(), std::memory_order_relaxed);
 }
 
@@ -98,11 +99,12 @@ void configure(std::string_view settings) {
 
 namespace detail {
 std::atomic<bool> allQuiet{false};
+std::atomic<std::uint64_t> levelGeneration{1};
 
-bool enabledSlow(std::string_view module, int lvl) {
+int currentLevel(std::string_view module) {
   if (!gEnvChecked.load(std::memory_order_relaxed)) readEnvironmentOnce();
-  if (!gAnyEnabled.load(std::memory_order_relaxed)) return false;
-  return level(module) >= lvl;
+  if (!gAnyEnabled.load(std::memory_order_relaxed)) return -1;
+  return level(module);
 }
 }  // namespace detail
 

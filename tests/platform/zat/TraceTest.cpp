@@ -121,5 +121,44 @@ TEST_F(Trace, WriteGoesToTheSinkAsGiven) {
   EXPECT_EQ(lines, (std::vector<Line>{{"Pell", 3, "wheel tick"}}));
 }
 
+// A trace site as handlers have them: the module is fixed, the level is asked.
+void traceAtSite(int level) { ZAT_TRACE("Brim", level, "site line " << level); }
+
+TEST_F(Trace, SiteSeesEveryLevelChangeMadeAfterItLooked) {
+  Zat::Trace::SiteLevel site;
+  Zat::Trace::levelIs("Brim", 3);
+  EXPECT_TRUE(site.enabled("Brim", 3));
+  EXPECT_FALSE(site.enabled("Brim", 4));
+  Zat::Trace::levelIs("Brim", 1);
+  EXPECT_FALSE(site.enabled("Brim", 3));
+  EXPECT_TRUE(site.enabled("Brim", 1));
+  // Another module's change leaves this one's answer as it was.
+  Zat::Trace::levelIs("VornCountersSm", 9);
+  EXPECT_TRUE(site.enabled("Brim", 1));
+  EXPECT_FALSE(site.enabled("Brim", 2));
+  Zat::Trace::levelIs("Brim", -1);
+  EXPECT_FALSE(site.enabled("Brim", 0));
+  Zat::Trace::levelIs("*", 9);
+  EXPECT_FALSE(site.enabled("Brim", 0)) << "the module's own level wins over the wildcard";
+  Zat::Trace::reset();
+  EXPECT_FALSE(site.enabled("Brim", 0));
+  Zat::Trace::levelIs("*", 9);
+  EXPECT_TRUE(site.enabled("Brim", 9));
+}
+
+TEST_F(Trace, TraceSiteWritesOnlyWhileItsModuleIsEnabled) {
+  traceAtSite(2);
+  Zat::Trace::levelIs("VornCountersSm", 8);
+  traceAtSite(2);
+  Zat::Trace::levelIs("Brim", 2);
+  traceAtSite(2);
+  traceAtSite(3);
+  Zat::Trace::levelIs("Brim", 0);
+  traceAtSite(2);
+  Zat::Trace::levelIs("Brim", 3);
+  traceAtSite(3);
+  EXPECT_EQ(lines, (std::vector<Line>{{"Brim", 2, "site line 2"}, {"Brim", 3, "site line 3"}}));
+}
+
 }  // namespace
 }  // namespace ZatTest
