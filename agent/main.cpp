@@ -2,11 +2,15 @@
 // platform: `sim` (a simulated chip, the default) or `linux` (the kernel's
 // network devices). Built also as vorn-sim, which is vorn-agent on the
 // simulated platform; the program's name prefixes every line it prints.
+#include <fcntl.h>
 #include <fmt/core.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <memory>
 
 #include "agent/AgentHost.h"
@@ -24,7 +28,18 @@
 
 namespace {
 volatile sig_atomic_t gStop = 0;
-void onSignal(int) { gStop = 1; }
+// The write end of a pipe the loop watches: the loop sleeps until its next
+// deadline, so a stop signal must wake it.
+int gWakeFd = -1;
+void onSignal(int) {
+  gStop = 1;
+  const int saved = errno;
+  if (gWakeFd >= 0) {
+    // A full pipe already wakes the loop: a failed write loses nothing.
+    [[maybe_unused]] const ssize_t written = ::write(gWakeFd, "s", 1);
+  }
+  errno = saved;
+}
 
 std::string programName(const char* argv0) {
   std::string n = argv0 ? argv0 : "vorn-agent";
@@ -125,6 +140,17 @@ int main(int argc, char** argv) {
     }
     if (vlanPollInterval >= 0) config.vlanPollInterval = vlanPollInterval;
 
+    int wakePipe[2];
+    if (::pipe2(wakePipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+      throw std::runtime_error(std::string("cannot make the stop pipe: ") + std::strerror(errno));
+    }
+    gWakeFd = wakePipe[1];
+    Zat::activityManager()->fdIs(wakePipe[0], [fd = wakePipe[0]] {
+      char drained[16];
+      while (::read(fd, drained, sizeof drained) > 0) {
+      }
+      Zat::activityManager()->stop();
+    });
     signal(SIGINT, onSignal);
     signal(SIGTERM, onSignal);
     signal(SIGPIPE, SIG_IGN);
@@ -142,8 +168,10 @@ int main(int argc, char** argv) {
     while (!gStop) {
       double now = am->now();
       if (duration > 0 && now - start >= duration) break;
-      double slice = 0.2;
+      // The loop runs until the next status line or the end; a signal stops it.
+      double slice = Zat::Clock::kNever;
       if (duration > 0) slice = std::min(slice, start + duration - now);
+      if (statusInterval > 0) slice = std::min(slice, nextStatus - now);
       am->runFor(std::max(slice, 0.001));
       if (statusInterval > 0 && am->now() >= nextStatus) {
         fmt::print("{}: {}\n", prog, agent->statusLine());

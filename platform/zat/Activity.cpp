@@ -14,6 +14,9 @@ namespace Zat {
 namespace {
 // How late the real-time loop may fire a timer, in seconds.
 constexpr double kTimerSlack = 0.002;
+// The longest single wait of the real-time loop, in seconds: only so that the wait
+// in milliseconds fits its type when nothing is due, ever.
+constexpr double kLongestWait = 3600.0;
 // The longest the loop thread extrapolates real time from one clock read. The
 // tick rate is known to a few parts in a hundred thousand, so this bounds the
 // error to well under a microsecond.
@@ -148,11 +151,15 @@ void ActivityManager::runFor(double seconds) {
     double wake = std::min(nextDeadline(), end);
     // Sleep a little past the deadline so that timers due within the slack fire
     // in one wake-up: thousands of pollers then cost a few wake-ups per period
-    // instead of one each. Wake often enough to see stop().
-    double waitS = std::clamp(wake - now() + kTimerSlack, 0.0, 0.25);
+    // instead of one each. Nothing else wakes an idle switch: each wake-up of a
+    // virtual CPU costs more than many polls. stop() from a handler or an fd
+    // callback is seen at once; a signal handler or another thread that wants the
+    // loop to stop makes one of its fds readable.
+    double waitS = std::clamp(wake - now() + kTimerSlack, 0.0, kLongestWait);
     std::vector<pollfd> pfds;
     for (const auto& [fd, cb] : fds_) pfds.push_back(pollfd{fd, POLLIN, 0});
     int ms = static_cast<int>(std::ceil(waitS * 1000.0));
+    ++waits_;
     int n = ::poll(pfds.data(), pfds.size(), ms);
     // The wait took an unknown time: read the clock once for what follows.
     if (anchored) anchorIs();

@@ -48,7 +48,12 @@ class ActivityManager {
   // Real-time loop. Runs until stop() or until `seconds` have passed.
   void runFor(double seconds);
   void run() { runFor(Clock::kNever); }
+  // Ends runFor() once the handler or fd callback that calls it returns. The loop
+  // does not wake to look: from a signal handler or another thread, also make one of
+  // the loop's fds readable.
   void stop() { stopRequested_ = true; }
+  // How many times the real-time loop has gone to sleep: once per wake-up.
+  uint64_t waits() const { return waits_; }
   // Calls `onReadable` from the loop whenever `fd` is readable.
   void fdIs(int fd, std::function<void()> onReadable);
   void fdDel(int fd);
@@ -78,6 +83,7 @@ class ActivityManager {
   double simNow_ = 0.0;
   bool stopRequested_ = false;
   uint64_t armSequence_ = 0;
+  uint64_t waits_ = 0;
   // While the real-time loop runs on a machine whose ticks are the TSC, its own
   // thread reads real time as the last clock read (the anchor) plus the ticks
   // since: a handful of nanoseconds where a clock read costs tens, several times

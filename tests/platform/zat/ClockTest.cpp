@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "ZatTestObjects.h"
 #include "pell/TimerWheel.h"
@@ -316,6 +318,53 @@ TEST(RealTimeLoop, StopFromAHandlerEndsTheLoopEarly) {
   am->runFor(2.0);
   EXPECT_EQ(log.size(), 1u);
   EXPECT_LT(am->now(), start + 1.0);
+}
+
+// An idle switch must not pay for wake-ups it has no use for: the loop sleeps
+// until its next deadline, however far, and then until the end of its run.
+TEST(RealTimeLoop, IdleLoopSleepsUntilItsNextDeadlineOnly) {
+  auto* am = Zat::activityManager();
+  auto clock = Clock::ClockIs("realClock");
+  Log log;
+  auto t = Timer::TimerIs(clock, "t", &log);
+  t->timeMinIs(am->now() + 0.6);
+  const uint64_t before = am->waits();
+  am->runFor(0.75);
+  EXPECT_EQ(log.size(), 1u);
+  // One wait for the timer and one for the end; an early return of the system's
+  // wait (a signal) may add one.
+  EXPECT_GE(am->waits() - before, 2u);
+  EXPECT_LE(am->waits() - before, 3u);
+}
+
+// The loop does not wake to look at stop(): another thread stops it by making one
+// of the loop's fds readable, whose callback calls stop().
+TEST(RealTimeLoop, StopThroughAnFdFromAnotherThreadEndsTheLoopAtOnce) {
+  auto* am = Zat::activityManager();
+  int fds[2];
+  ASSERT_EQ(::pipe(fds), 0);
+  int callbacks = 0;
+  am->fdIs(fds[0], [&] {
+    char byte;
+    ASSERT_EQ(::read(fds[0], &byte, 1), 1);
+    ++callbacks;
+    am->stop();
+  });
+  std::thread stopper([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_EQ(::write(fds[1], "s", 1), 1);
+  });
+  const auto start = std::chrono::steady_clock::now();
+  am->runFor(30.0);
+  const double ran =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  stopper.join();
+  am->fdDel(fds[0]);
+  ::close(fds[0]);
+  ::close(fds[1]);
+  EXPECT_EQ(callbacks, 1);
+  EXPECT_GE(ran, 0.04);
+  EXPECT_LT(ran, 5.0);
 }
 
 // The loop thread extrapolates real time from its last clock read; what it sees
