@@ -224,57 +224,98 @@ inline Lanes wordLanesPortable(const unsigned char* bytes, size_t words,
 // loads of AVX-512 (on 256-bit registers, which keep the core at its full clock).
 // Each pair lane above is the sum (or xor) of two of these quad lanes, words 4k and
 // 4k + 2 for the even one, and every step is linear in the words, so the quad lanes
-// fold into exactly the pair lanes: the same checksum with half the instructions.
+// fold into exactly the pair lanes: the same checksum in fewer, wider instructions.
+//
+// Linearity also lets the per-block work shrink further than the pair lanes': a
+// block's rotations are one variable rotation per word (its own amount plus the
+// block's turn) instead of a fixed one and a turn rotation, and the in-block weights
+// of the additive lane are applied once at the end to the sums they weigh.
+class WideLanes {
+ public:
+  using Quad = uint64_t __attribute__((vector_size(32)));
+
+  // One block of eight words, as two quads.
+  __attribute__((target("avx2,avx512f,avx512vl"), always_inline)) void add(__m256i q0, __m256i q1) {
+    const Quad v0 = reinterpret_cast<Quad>(q0);
+    b_ += a_;  // b gains the sum of every earlier block, once per block
+    a_ += v0 + reinterpret_cast<Quad>(q1);
+    firstHalves_ += v0;
+    const __m256i rotated =
+        _mm256_xor_si256(_mm256_rolv_epi64(q0, reinterpret_cast<__m256i>(turn0_)),
+                         _mm256_rolv_epi64(q1, reinterpret_cast<__m256i>(turn1_)));
+    x_ ^= reinterpret_cast<Quad>(rotated);
+    if (++turn_ == 7) {
+      turn_ = 0;
+      turn0_ = kFirstTurn;
+      turn1_ = kSecondTurn;
+    } else {
+      turn0_ += 8;
+      turn1_ += 8;
+    }
+  }
+
+  __attribute__((target("avx2,avx512f,avx512vl"), always_inline)) Lanes lanes() const {
+    // The pair lanes' b gains, per block, four times the sum before it plus its own
+    // words weighted (4, 4, 3, 3) in the first quad and (2, 2, 1, 1) in the second:
+    // 2 * first + 2 * all in the low half of a quad, 2 * first + all in the high half.
+    const Quad upper = {0, 0, ~uint64_t{0}, ~uint64_t{0}};
+    const Quad b = (b_ << 2) + (firstHalves_ << 1) + (a_ << 1) - (a_ & upper);
+    const uint64_t x0 = x_[0] ^ x_[2], x1 = x_[1] ^ x_[3];
+    const uint64_t a0 = a_[0] + a_[2], a1 = a_[1] + a_[3];
+    const uint64_t b0 = b[0] + b[2], b1 = b[1] + b[3];
+    return Lanes{x0 ^ rotl64(x1, 1), kEvenWeight * (a0 + 2 * b0) + kOddWeight * (a1 + 2 * b1)};
+  }
+
+ private:
+  // Rotations of a block's words 0..3 and 4..7 in turn 0; each turn adds 8.
+  static constexpr Quad kFirstTurn = {2, 2, 4, 4};
+  static constexpr Quad kSecondTurn = {6, 6, 8, 8};
+
+  Quad x_ = {0, 0, 0, 0};
+  Quad turn0_ = kFirstTurn;
+  Quad turn1_ = kSecondTurn;
+  Quad a_ = {0, 0, 0, 0};            // sum of every word so far
+  Quad b_ = {0, 0, 0, 0};            // sum of a_ before each block
+  Quad firstHalves_ = {0, 0, 0, 0};  // sum of each block's first quad
+  int turn_ = 0;                     // block number modulo 7
+};
+
 __attribute__((target("avx2,avx512f,avx512vl"))) inline Lanes wordLanesWide(
     const unsigned char* bytes, size_t words, unsigned char* copyTo = nullptr) {
-  using Quad = uint64_t __attribute__((vector_size(32)));
-  const Quad upper = {0, 0, ~uint64_t{0}, ~uint64_t{0}};  // words 2 and 3 of a quad
-  const Quad firstTurn = {2, 2, 4, 4};                    // rotations of words 0..3
-  const Quad secondTurn = {6, 6, 8, 8};                   // and of words 4..7
-  const Quad sixtyFour = {64, 64, 64, 64};
-  Quad x = {0, 0, 0, 0};
-  Quad a = {0, 0, 0, 0};
-  Quad b = {0, 0, 0, 0};
-  int turn = 0;
-  for (size_t i = 0; i < words; i += 8) {
-    const unsigned char* block = bytes + 8 * i;
-    unsigned char* copyBlock = copyTo == nullptr ? nullptr : copyTo + 8 * i;
-    Quad q0, q1;
-    if (words - i >= 8) {
-      std::memcpy(&q0, block, 32);
-      std::memcpy(&q1, block + 32, 32);
-      if (copyBlock != nullptr) {
-        std::memcpy(copyBlock, &q0, 32);
-        std::memcpy(copyBlock + 32, &q1, 32);
-      }
-    } else {
-      // A short last block: masked loads read only its words and pad with zero
-      // words, which change neither lane's sum nor its xor; masked stores copy only
-      // its words. Masked-off words are never touched, even past the end of a page.
-      const unsigned rest = static_cast<unsigned>(words - i);
-      const auto low = static_cast<__mmask8>(rest >= 4 ? 0xf : (1u << rest) - 1);
-      const auto high = static_cast<__mmask8>(rest <= 4 ? 0 : (1u << (rest - 4)) - 1);
-      q0 = reinterpret_cast<Quad>(_mm256_maskz_loadu_epi64(low, block));
-      q1 = reinterpret_cast<Quad>(_mm256_maskz_loadu_epi64(high, block + 32));
-      if (copyBlock != nullptr) {
-        _mm256_mask_storeu_epi64(copyBlock, low, reinterpret_cast<__m256i>(q0));
-        _mm256_mask_storeu_epi64(copyBlock + 32, high, reinterpret_cast<__m256i>(q1));
-      }
+  WideLanes lanes;
+  size_t i = 0;
+  // Whole blocks, in two loops so that the one that reads only does not test for
+  // the copy on every block.
+  if (copyTo == nullptr) {
+    for (; i + 8 <= words; i += 8) {
+      lanes.add(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + 8 * i)),
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + 8 * i + 32)));
     }
-    // b gains 4a + (4, 4, 3, 3) q0 + (2, 2, 1, 1) q1, as four steps of a += v; b += a.
-    const Quad t = (q0 << 1) + q1;
-    b += (a << 2) + t + ((t & ~upper) | (q0 & upper));
-    a += q0 + q1;
-    const Quad y = ((q0 << firstTurn) | (q0 >> (sixtyFour - firstTurn))) ^
-                   ((q1 << secondTurn) | (q1 >> (sixtyFour - secondTurn)));
-    const int r = 8 * turn;
-    x ^= r == 0 ? y : (y << r) | (y >> (64 - r));
-    if (++turn == 7) turn = 0;
+  } else {
+    for (; i + 8 <= words; i += 8) {
+      const __m256i q0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + 8 * i));
+      const __m256i q1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + 8 * i + 32));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(copyTo + 8 * i), q0);
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(copyTo + 8 * i + 32), q1);
+      lanes.add(q0, q1);
+    }
   }
-  const uint64_t x0 = x[0] ^ x[2], x1 = x[1] ^ x[3];
-  const uint64_t a0 = a[0] + a[2], a1 = a[1] + a[3];
-  const uint64_t b0 = b[0] + b[2], b1 = b[1] + b[3];
-  return Lanes{x0 ^ rotl64(x1, 1), kEvenWeight * (a0 + 2 * b0) + kOddWeight * (a1 + 2 * b1)};
+  if (i < words) {
+    // A short last block: masked loads read only its words and pad with zero words,
+    // which change neither lane's sum nor its xor; masked stores copy only its words.
+    // Masked-off words are never touched, even past the end of a page.
+    const unsigned rest = static_cast<unsigned>(words - i);
+    const auto low = static_cast<__mmask8>(rest >= 4 ? 0xf : (1u << rest) - 1);
+    const auto high = static_cast<__mmask8>(rest <= 4 ? 0 : (1u << (rest - 4)) - 1);
+    const __m256i q0 = _mm256_maskz_loadu_epi64(low, bytes + 8 * i);
+    const __m256i q1 = _mm256_maskz_loadu_epi64(high, bytes + 8 * i + 32);
+    if (copyTo != nullptr) {
+      _mm256_mask_storeu_epi64(copyTo + 8 * i, low, q0);
+      _mm256_mask_storeu_epi64(copyTo + 8 * i + 32, high, q1);
+    }
+    lanes.add(q0, q1);
+  }
+  return lanes.lanes();
 }
 
 // Whether the processor has AVX-512 F and VL and the kernel saves their registers.
@@ -303,18 +344,12 @@ inline bool wideLanesAvailable() {
 }
 #endif
 
-#if defined(BRIM_HAVE_WIDE_LANES)
-// Records shorter than this take the portable lanes even where the wide ones run: a
-// record is usually checksummed right after it was written word by word, and the
-// portable 8-byte loads take those words straight from the pending stores, where a
-// 32-byte load waits for them to reach the cache. That wait outweighs the wider
-// arithmetic on a VLAN record (10 words) but not on a port record (53).
-inline constexpr size_t kWideLanesMinWords = 24;
-#endif
-
+// The wide lanes wherever they run, for records of any length: even a short record
+// written word by word just before, whose wide loads wait for those stores to drain,
+// costs less than on the portable lanes.
 inline Lanes wordLanes(const unsigned char* bytes, size_t words, unsigned char* copyTo = nullptr) {
 #if defined(BRIM_HAVE_WIDE_LANES)
-  if (words >= kWideLanesMinWords && wideLanesAvailable()) {
+  if (wideLanesAvailable()) {
     return wordLanesWide(bytes, words, copyTo);
   }
 #endif

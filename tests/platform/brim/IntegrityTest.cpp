@@ -269,7 +269,9 @@ TEST(BrimIntegrity, ChecksumWhileCopyingGivesTheSameChecksumAndAnExactCopy) {
 TEST(BrimIntegrity, WideLanesGiveThePortableLanesForEveryLengthAndCopyExactly) {
   if (!Brim::Layout::wideLanesAvailable()) GTEST_SKIP() << "skipped: no AVX-512VL on this CPU";
   std::mt19937_64 random(91);
-  for (size_t words = 0; words <= 70; ++words) {
+  // Past three turns of the seven-block rotation cycle and the longest record, the
+  // queue record of 159 words.
+  for (size_t words = 0; words <= 180; ++words) {
     std::vector<uint64_t> record(words);
     for (uint64_t& w : record) w = random();
     const auto* bytes = reinterpret_cast<const unsigned char*>(record.data());
@@ -287,6 +289,22 @@ TEST(BrimIntegrity, WideLanesGiveThePortableLanesForEveryLengthAndCopyExactly) {
 
 // The tables' own processor probe must agree with the compiler's, which also checks
 // that the kernel saves the wide registers.
+// Sums that wrap and words with every bit set: the wide lanes weigh their sums at the
+// end rather than block by block, which must agree modulo 2^64 all the same.
+TEST(BrimIntegrity, WideLanesAgreeWithThePortableLanesOnSaturatedWords) {
+  if (!Brim::Layout::wideLanesAvailable()) GTEST_SKIP() << "skipped: no AVX-512VL on this CPU";
+  for (const uint64_t fill : {~uint64_t{0}, uint64_t{1} << 63, uint64_t{0x8000000000000001}}) {
+    for (size_t words = 1; words <= 160; ++words) {
+      const std::vector<uint64_t> record(words, fill);
+      const auto* bytes = reinterpret_cast<const unsigned char*>(record.data());
+      const Brim::Layout::Lanes wide = Brim::Layout::wordLanesWide(bytes, words);
+      const Brim::Layout::Lanes portable = Brim::Layout::wordLanesPortable(bytes, words);
+      EXPECT_EQ(wide.rotated, portable.rotated) << words << " words of " << fill;
+      EXPECT_EQ(wide.added, portable.added) << words << " words of " << fill;
+    }
+  }
+}
+
 TEST(BrimIntegrity, WideLanesProbeAgreesWithTheCompilersFeatureProbe) {
   __builtin_cpu_init();
   const bool compilers =
