@@ -280,7 +280,8 @@ class WideLanes {
   int turn_ = 0;                     // block number modulo 7
 };
 
-__attribute__((target("avx2,avx512f,avx512vl"))) inline Lanes wordLanesWide(
+// Hidden: each library calls its own copy directly rather than through the PLT.
+__attribute__((target("avx2,avx512f,avx512vl"), visibility("hidden"))) inline Lanes wordLanesWide(
     const unsigned char* bytes, size_t words, unsigned char* copyTo = nullptr) {
   WideLanes lanes;
   size_t i = 0;
