@@ -182,7 +182,7 @@ void IntfQueueCountersSm::updateCounters() {
         globalIntfConfig_ ? globalIntfConfig_->loadInterval() : Interface::LoadInterval();
     Interface::LoadInterval intfInterval;
     if (ethPhyIntfConfigDir_) {
-      const auto* config = ethPhyIntfConfigDir_->entries().find(intfId_);
+      const auto* config = intfConfigEntry_.find(ethPhyIntfConfigDir_->entries(), intfId_);
       if (config && *config) intfInterval = (*config)->loadInterval();
     }
     // Every queue shares the poll's elapsed time and intervals, hence its weight.

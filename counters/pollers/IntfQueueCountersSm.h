@@ -13,6 +13,7 @@
 
 #include <string_view>
 
+#include "counters/pollers/KeptEntry.h"
 #include "interface/IntfConfig.h"
 #include "orvo/IntfId.h"
 #include "tables/CounterTables.h"
@@ -130,6 +131,9 @@ class IntfQueueCountersSm : public Vorn::VornBaseSm {
   // Where this interface's record sits in the counter table, so that a poll's read
   // and write skip the look-up; not an attribute.
   Interface::QueueCounter::AllIntfQueueCounters::Slot countersSlot_;
+  // This interface's entry of ethPhyIntfConfigDir_, for its load interval.
+  KeptEntry<Zat::AttrCollection<Orvo::IntfId, Zat::Ptr<Interface::EthPhyIntfConfig>>>
+      intfConfigEntry_;
 };
 
 }  // namespace Vorn::Counters

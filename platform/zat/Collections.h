@@ -13,6 +13,7 @@
 // upper_bound after each step.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <unordered_map>
@@ -66,6 +67,9 @@ class AttrCollection {
   bool contains(const K& key) const { return map_.find(key) != map_.end(); }
   size_t size() const { return map_.size(); }
   bool empty() const { return map_.empty(); }
+  // How many times an entry was added, changed or removed so far. While it stays the
+  // same, an entry's address from find() is still that entry's.
+  uint64_t changeCount() const { return changes_; }
   const Map& map() const { return map_; }
   auto begin() const { return map_.begin(); }
   auto end() const { return map_.end(); }
@@ -77,6 +81,7 @@ class AttrCollection {
       if (it->second == value) return;
       it->second = std::move(value);
     }
+    ++changes_;
     owner_->notify(attr_, &key);
   }
   // Removes the entry; notifies when it existed.
@@ -84,6 +89,7 @@ class AttrCollection {
     // `key` may refer into the entry being erased: notify with a copy.
     const K removed = key;
     if (map_.erase(removed) == 0) return;
+    ++changes_;
     owner_->notify(attr_, &removed);
   }
   void delAll() {
@@ -108,6 +114,7 @@ class AttrCollection {
   const PtrInterface* owner_;
   AttributeId attr_;
   Map map_;
+  uint64_t changes_ = 0;
 };
 
 // Children of a state machine by key, owned by counted references.

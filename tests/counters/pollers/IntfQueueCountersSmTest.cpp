@@ -330,6 +330,39 @@ TEST_F(IntfQueueCountersSmTest, RatesUseInterfaceLoadIntervalFromDirectory) {
   EXPECT_NE(published().intfQueueRates(QueueIndex(0)), expectedWith(Interface::LoadInterval()));
 }
 
+// The poller keeps its interface's configuration entry between polls; every poll
+// must still see the entry as the directory has it then.
+TEST_F(IntfQueueCountersSmTest, EachPollSeesTheInterfaceConfigurationAsTheDirectoryHasItThen) {
+  configDir->intfConfigDel(kIntf);
+  helper->queueBytesExcludeOverheadIs(true);
+  sm = makeSm(2.0);
+  sm->initializedIs(true);
+  const Interface::LoadInterval global(300.0);
+  IntfQueueRates expected;
+  const auto poll = [&](double at, uint64_t octets, Interface::LoadInterval intfInterval) {
+    serve(reading(kIntf, IntfQueueStat(0, octets, octets / 100, 0, 0)));
+    const double before = published().lastUpdateTime();
+    const uint64_t previous = published().intfQueueStat(QueueIndex(0)).txOctets();
+    advanceTo(at);
+    Interface::QueueCounter::updateIntfQueueMovingAverages(
+        expected, at - before, static_cast<double>(octets - previous),
+        static_cast<double>(octets / 100 - previous / 100), 0, 0, intfInterval, global);
+    return published().intfQueueRates(QueueIndex(0));
+  };
+  // No entry: the global interval.
+  EXPECT_EQ(poll(1002.0, 1000, Interface::LoadInterval()), expected);
+  // The entry appears with its own interval.
+  configDir->intfConfigIs(kIntf)->loadIntervalIs(Interface::LoadInterval(30.0));
+  EXPECT_EQ(poll(1004.0, 9000, Interface::LoadInterval(30.0)), expected);
+  // The entry is replaced by another object with another interval.
+  configDir->intfConfigDel(kIntf);
+  configDir->intfConfigIs(kIntf)->loadIntervalIs(Interface::LoadInterval(60.0));
+  EXPECT_EQ(poll(1006.0, 20000, Interface::LoadInterval(60.0)), expected);
+  // The entry goes: the global interval again.
+  configDir->intfConfigDel(kIntf);
+  EXPECT_EQ(poll(1008.0, 30000, Interface::LoadInterval()), expected);
+}
+
 TEST_F(IntfQueueCountersSmTest, PollsNeverWriteClearTable) {
   helper->queueBytesExcludeOverheadIs(true);
   sm = makeSm(2.0);

@@ -36,6 +36,20 @@ TEST(AttrCollection, SettingAnEqualValueOrRemovingAnAbsentKeyIsSilent) {
   EXPECT_EQ(n->port().get(4), 40);
 }
 
+TEST(AttrCollection, ChangeCountMovesOnEveryAddChangeAndRemovalOnly) {
+  auto n = FakeNotifier::FakeNotifierIs();
+  EXPECT_EQ(n->port().changeCount(), 0u);
+  n->portIs(4, 40);
+  EXPECT_EQ(n->port().changeCount(), 1u);
+  n->portIs(4, 41);
+  EXPECT_EQ(n->port().changeCount(), 2u);
+  n->portIs(4, 41);  // equal value: nothing changed
+  n->portDel(5);     // absent key: nothing changed
+  EXPECT_EQ(n->port().changeCount(), 2u);
+  n->portDel(4);
+  EXPECT_EQ(n->port().changeCount(), 3u);
+}
+
 TEST(AttrCollection, ValueIsVisibleToTheReactorWhenItIsNotified) {
   auto n = FakeNotifier::FakeNotifierIs();
   Log log;
